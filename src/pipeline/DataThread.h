@@ -1,0 +1,67 @@
+#pragma once
+
+#include "ReceiveBuffer.h"
+
+#include <QString>
+#include <QThread>
+
+#include <atomic>
+#include <mutex>
+
+class KeyInjector;
+
+// The worker of one device: buffers received bytes, cuts frames into files and, when key output
+// is on, types the stream into the focused window.
+class DataThread : public QThread
+{
+    Q_OBJECT
+
+public:
+    explicit DataThread(QObject* parent = nullptr);
+
+    bool startThread();
+    bool stopThread();
+
+    void setStartEndChar(const QString& start, const QString& end);
+    void setFileDir(const QString& dir);
+    void setKeyOutput(bool on);
+    void setOutputSpeed(int speed);
+
+    // Types through this injector instead of the desktop's; not owned. Set before startThread.
+    void setKeyInjector(KeyInjector* injector);
+
+    void pushData(const char* data, int len);
+
+    static constexpr int kBufferLimit = 4096;
+    static constexpr int kChunkSize = 128;
+    static constexpr int kChunkPauseMs = 10;
+    static constexpr int kIdlePauseMs = 20;
+    static constexpr int kSilencePasses = 5;
+    static constexpr int kShortStartLength = 32;
+    // A start whose end never comes must not grow the carried text without end.
+    static constexpr int kFileCarryLimit = 64 * 1024;
+
+protected:
+    void run() override;
+
+private:
+    void extractFrame(QString& fileCarry, const char* data, int len, const QString& dir);
+    void flushFileCarry(const QString& fileCarry);
+    void writeFrameFile(QString& frame, const QString& dir);
+
+    void feedKeyStream(QString& keyCarry, const char* data, int len);
+    void sendKeyData(const char* data, int len);
+    int sendChord(const char* p);
+    void sendKeyChar(char c);
+
+    int m_keyDelay = 0;
+    std::mutex m_mutex;
+    std::atomic<bool> m_stop{false};
+    bool m_keyOutput = false;
+    ReceiveBuffer m_buffer;
+    QString m_startChar;
+    QString m_endChar;
+    QString m_fileDir;
+
+    KeyInjector* m_keyInjector = nullptr;
+};
