@@ -4,7 +4,6 @@
 
 #include <QString>
 #include <QThread>
-
 #include <atomic>
 #include <mutex>
 
@@ -32,6 +31,9 @@ public:
 
     void pushData(const char* data, int len);
 
+    // Bytes received and not yet taken out by the worker.
+    int pendingBytes();
+
     static constexpr int kBufferLimit = 4096;
     static constexpr int kChunkSize = 128;
     static constexpr int kChunkPauseMs = 10;
@@ -45,7 +47,9 @@ protected:
     void run() override;
 
 private:
+    int takeChunk(unsigned char* chunk);
     void extractFrame(QString& fileCarry, const char* data, int len, const QString& dir);
+    void limitFileCarry(QString& fileCarry);
     void flushFileCarry(const QString& fileCarry);
     void writeFrameFile(QString& frame, const QString& dir);
 
@@ -56,7 +60,7 @@ private:
 
     int m_keyDelay = 0;
     std::mutex m_mutex;
-    std::atomic<bool> m_stop{false};
+    std::atomic<bool> m_stop { false };
     bool m_keyOutput = false;
     ReceiveBuffer m_buffer;
     QString m_startChar;
