@@ -5,6 +5,7 @@ TAPWRIGHT_PACKAGES=(
     cmake g++ make
     qtbase5-dev qttools5-dev qttools5-dev-tools qttranslations5-l10n
     libasio-dev libxtst-dev x11-xkb-utils
+    fonts-wqy-microhei
     xvfb xauth xdotool socat
 )
 
