@@ -1,19 +1,29 @@
 #include "DataThread.h"
 
+#include "KeyInjector.h"
 #include "Logger.h"
+#include "XTestKeyInjector.h"
 
 #include <QByteArray>
 #include <QDateTime>
 #include <QFile>
+#include <QStringList>
 #include <QTextStream>
+#include <QVector>
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace {
 
 const char* const kFramePrefix = "The package barcode info is :";
 
 } // namespace
+
+const QMap<QString, int> DataThread::vkNameTable = {
+    { "VK_ALT", 18 },   { "VK_SHIFT", 16 }, { "VK_CTRL", 17 }, { "VK_LEFT", 37 },
+    { "VK_RIGHT", 39 }, { "VK_DOWN", 40 },  { "VK_UP", 38 },   { "VK_TAB", 9 },
+};
 
 DataThread::DataThread(QObject* parent)
     : QThread(parent)
@@ -60,6 +70,16 @@ void DataThread::setKeyOutput(bool on)
     m_keyOutput = on;
 }
 
+void DataThread::setOutputSpeed(int speed)
+{
+    m_keyDelay = (speed >= 0 && speed <= 4) ? 5 - speed : 5;
+}
+
+void DataThread::setKeyInjector(KeyInjector* injector)
+{
+    m_keyInjector = injector;
+}
+
 void DataThread::pushData(const char* data, int len)
 {
     if (data == nullptr || len <= 0) {
@@ -80,9 +100,25 @@ int DataThread::pendingBytes()
 
 void DataThread::run()
 {
+    QString keyCarry;
     QString fileCarry;
     int idlePasses = 0;
     unsigned char chunk[kChunkSize];
+
+    // Xlib is not thread-safe, so the desktop's injector lives on the worker, one per run.
+    std::unique_ptr<XTestKeyInjector> desktopInjector;
+    m_typingInjector = nullptr;
+    if (m_keyOutput) {
+        m_typingInjector = m_keyInjector;
+        if (!m_typingInjector) {
+            desktopInjector = std::make_unique<XTestKeyInjector>();
+            m_typingInjector = desktopInjector.get();
+        }
+        if (!m_typingInjector->isAvailable()) {
+            Logger::info("[INFO] Key output is off: no X display to type into.");
+            m_typingInjector = nullptr;
+        }
+    }
 
     while (!m_stop) {
         std::memset(chunk, 0, sizeof chunk);
@@ -90,17 +126,36 @@ void DataThread::run()
         if (count > 0) {
             idlePasses = 0;
             extractFrame(fileCarry, reinterpret_cast<const char*>(chunk), count, m_fileDir);
+            if (m_keyOutput && m_typingInjector) {
+                feedKeyStream(keyCarry, reinterpret_cast<const char*>(chunk), count);
+            }
             QThread::msleep(kChunkPauseMs);
             continue;
         }
 
         QThread::msleep(kIdlePauseMs);
         ++idlePasses;
+        const bool silence = idlePasses == kSilencePasses;
+        if (!keyCarry.isEmpty() && idlePasses == kSilencePasses) {
+            const QByteArray bytes = keyCarry.toLocal8Bit();
+            sendKeyData(bytes.constData(), bytes.size());
+            idlePasses = 0;
+            keyCarry.clear();
+        }
+        // Whatever typing borrowed (spare keycodes, released modifiers) goes back once the line is quiet.
+        if (silence && m_typingInjector) {
+            m_typingInjector->finishTyping();
+        }
         if (!fileCarry.isEmpty() && idlePasses == kSilencePasses) {
             flushFileCarry(fileCarry);
             idlePasses = 0;
             fileCarry.clear();
         }
+    }
+
+    if (m_typingInjector) {
+        m_typingInjector->finishTyping();
+        m_typingInjector = nullptr;
     }
 }
 
@@ -178,4 +233,96 @@ void DataThread::writeFrameFile(QString& frame, const QString& dir)
         out << kFramePrefix << frame;
     }
     file.close();
+}
+
+void DataThread::feedKeyStream(QString& keyCarry, const char* data, int len)
+{
+    QString text = QString(QByteArray(data, len));
+    // A zero-terminated copy, so the log line ends where the chunk's text does.
+    QByteArray bytes(data, len);
+    if (!keyCarry.isEmpty()) {
+        text.prepend(keyCarry);
+        keyCarry.clear();
+        bytes = text.toUtf8();
+    }
+
+    const int lastOpen = text.lastIndexOf('<');
+    const int lastClose = text.lastIndexOf('>');
+    int n = bytes.size();
+    if (lastOpen >= 0 && lastClose < lastOpen && text.size() - lastOpen < kHeldChordLength) {
+        keyCarry = text.mid(lastOpen);
+        // The tail starts at the last '<' byte in front of the first zero byte.
+        const int textEnd = bytes.indexOf('\0');
+        n = bytes.lastIndexOf('<', textEnd < 0 ? -1 : textEnd - 1);
+    }
+    if (n > 0) {
+        sendKeyData(bytes.constData(), n);
+    }
+}
+
+void DataThread::sendKeyData(const char* data, int len)
+{
+    Logger::info((QStringLiteral("[INFO] The Tapwright outputs data:") + QString::fromUtf8(data)).toStdString());
+
+    for (int i = 0; i < len; ++i) {
+        const auto byte = static_cast<unsigned char>(data[i]);
+        if (byte == '\r') {
+            sendKeyChar('\r');
+        } else {
+            const int closing = sendChord(data + i);
+            if (closing >= 0) {
+                i += closing;
+            } else {
+                typeCharacter(byte);
+            }
+        }
+        m_typingInjector->pause(m_keyDelay);
+    }
+}
+
+int DataThread::sendChord(const char* p)
+{
+    if (*p != '<') {
+        return -1;
+    }
+    const QString text = QString::fromLatin1(p);
+    const int g = text.indexOf('>');
+    if (g == -1 || g == 1) {
+        return -1;
+    }
+    QVector<int> keys;
+    const QStringList parts = text.mid(1, g - 1).split('+');
+    for (const QString& part : parts) {
+        const auto key = vkNameTable.constFind(part.trimmed());
+        if (key == vkNameTable.constEnd()) {
+            return -1;
+        }
+        keys.append(key.value());
+    }
+
+    const int m = std::min(static_cast<int>(keys.size()), kMostChordKeys);
+    QVector<KeyInjector::VirtualKeyEvent> events(2 * m);
+    for (int k = 0; k < m; ++k) {
+        events[k] = { keys[k], true };
+        events[m + k] = { keys[k], false };
+    }
+    while (m_typingInjector->sendVirtualKeys(events) == 0 && !m_stop) {
+        m_typingInjector->pause(0);
+    }
+    return g;
+}
+
+void DataThread::sendKeyChar(char c)
+{
+    m_typingInjector->tapCharacterKey(c);
+}
+
+void DataThread::typeCharacter(unsigned int code)
+{
+    // A refused event is tried again, but never past a request to stop.
+    for (const bool down : { true, false }) {
+        while (m_typingInjector->sendCharacter(code, down) == 0 && !m_stop) {
+            m_typingInjector->pause(0);
+        }
+    }
 }

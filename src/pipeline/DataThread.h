@@ -2,6 +2,7 @@
 
 #include "ReceiveBuffer.h"
 
+#include <QMap>
 #include <QString>
 #include <QThread>
 #include <atomic>
@@ -42,6 +43,12 @@ public:
     static constexpr int kShortStartLength = 32;
     // A start whose end never comes must not grow the carried text without end.
     static constexpr int kFileCarryLimit = 64 * 1024;
+    // An open chord shorter than this at the end of a chunk waits for the rest of it.
+    static constexpr int kHeldChordLength = 32;
+    static constexpr int kMostChordKeys = 5;
+
+    // The key names a chord may use, with their virtual-key values.
+    static const QMap<QString, int> vkNameTable;
 
 protected:
     void run() override;
@@ -57,6 +64,7 @@ private:
     void sendKeyData(const char* data, int len);
     int sendChord(const char* p);
     void sendKeyChar(char c);
+    void typeCharacter(unsigned int code);
 
     int m_keyDelay = 0;
     std::mutex m_mutex;
@@ -68,4 +76,6 @@ private:
     QString m_fileDir;
 
     KeyInjector* m_keyInjector = nullptr;
+    // The injector of the run under way; null while key output is off. Worker only.
+    KeyInjector* m_typingInjector = nullptr;
 };
