@@ -1,0 +1,17 @@
+# cmake --install copies the program directory to <prefix>/lib/tapwright and adds a launcher, a menu
+# entry and the icon. The program writes its settings and logs beside itself, so the prefix should
+# be one the user can write to (for instance ~/.local).
+
+set(TAPWRIGHT_PROGRAM_DESTINATION lib/tapwright)
+
+if(TARGET tapwright)
+    install(TARGETS tapwright RUNTIME DESTINATION ${TAPWRIGHT_PROGRAM_DESTINATION})
+endif()
+install(DIRECTORY ${TAPWRIGHT_BIN_DIR}/Language ${TAPWRIGHT_BIN_DIR}/Conf ${TAPWRIGHT_BIN_DIR}/Skins
+        DESTINATION ${TAPWRIGHT_PROGRAM_DESTINATION})
+
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/packaging/tapwright-launcher.sh DESTINATION bin RENAME tapwright)
+install(FILES ${CMAKE_SOURCE_DIR}/resources/app_icon.png DESTINATION share/icons/hicolor/32x32/apps
+        RENAME tapwright.png)
+
+install(SCRIPT ${CMAKE_SOURCE_DIR}/cmake/TapwrightDesktopEntry.cmake)

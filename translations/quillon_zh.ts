@@ -1,0 +1,217 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="zh_CN" sourcelanguage="en">
+<context>
+    <name>MainWindow</name>
+    <message>
+        <source>Tapwright</source>
+        <translation>Tapwright</translation>
+    </message>
+    <message>
+        <source>Device1</source>
+        <translation>设备1</translation>
+    </message>
+    <message>
+        <source>Device2</source>
+        <translation>设备2</translation>
+    </message>
+    <message>
+        <source>aboutToCloseSlot()</source>
+        <translation>连接即将关闭</translation>
+    </message>
+    <message>
+        <source>readChannelFinishedSlot()</source>
+        <translation>读取通道已结束</translation>
+    </message>
+    <message>
+        <source>Maximize (&amp;B)</source>
+        <translation>最大化(&amp;B)</translation>
+    </message>
+    <message>
+        <source>Minimize (&amp;I)</source>
+        <translation>最小化(&amp;I)</translation>
+    </message>
+    <message>
+        <source>Reduction (&amp;R)</source>
+        <translation>还原(&amp;R)</translation>
+    </message>
+    <message>
+        <source>Quit (&amp;Q)</source>
+        <translation>退出(&amp;Q)</translation>
+    </message>
+    <message>
+        <source>Serial port Tapwright</source>
+        <translation>Tapwright 串口助手</translation>
+    </message>
+</context>
+<context>
+    <name>MainWindowClass</name>
+    <message>
+        <source>MainWindow</source>
+        <translation>主窗口</translation>
+    </message>
+    <message>
+        <source>Clear data</source>
+        <translation>清除数据</translation>
+    </message>
+    <message>
+        <source>Automatic startup</source>
+        <translation>开机自启动</translation>
+    </message>
+    <message>
+        <source>Minimal enable</source>
+        <translation>最小化到托盘</translation>
+    </message>
+    <message>
+        <source>Version：V1.00.003</source>
+        <translation>版本：V1.00.003</translation>
+    </message>
+</context>
+<context>
+    <name>NetTCPServer</name>
+    <message>
+        <source>The network initialization failed!</source>
+        <translation>网络初始化失败！</translation>
+    </message>
+    <message>
+        <source>Failed to create a server!</source>
+        <translation>创建服务器失败！</translation>
+    </message>
+    <message>
+        <source>Failed to open the server!</source>
+        <translation>打开服务器失败！</translation>
+    </message>
+    <message>
+        <source>Opening the server successfully!</source>
+        <translation>服务器已成功打开！</translation>
+    </message>
+    <message>
+        <source>Shut down the server successfully!</source>
+        <translation>服务器已成功关闭！</translation>
+    </message>
+    <message>
+        <source>Camera %1:%2 connected to the server successfully!</source>
+        <translation>相机 %1:%2 已成功连接到服务器！</translation>
+    </message>
+    <message>
+        <source>The camera %1:%2 is disconnected from the server!</source>
+        <translation>相机 %1:%2 已与服务器断开连接！</translation>
+    </message>
+</context>
+<context>
+    <name>NetTcpClient</name>
+    <message>
+        <source>The network initialization failed. </source>
+        <translation>网络初始化失败。</translation>
+    </message>
+    <message>
+        <source>Description Failed to create a client.</source>
+        <translation>创建客户端失败。</translation>
+    </message>
+    <message>
+        <source>Failed to connect to the server.</source>
+        <translation>连接服务器失败。</translation>
+    </message>
+    <message>
+        <source>Link to server successfully!</source>
+        <translation>已成功连接到服务器！</translation>
+    </message>
+    <message>
+        <source>Disconnected server successfully!</source>
+        <translation>已成功断开与服务器的连接！</translation>
+    </message>
+    <message>
+        <source>This device is successfully connected to camera %1:%2 !</source>
+        <translation>本设备已成功连接到相机 %1:%2！</translation>
+    </message>
+    <message>
+        <source>This device is disconnected from camera %1:%2 !</source>
+        <translation>本设备已与相机 %1:%2 断开连接！</translation>
+    </message>
+</context>
+<context>
+    <name>QObject</name>
+    <message>
+        <source>Tip</source>
+        <translation>提示</translation>
+    </message>
+    <message>
+        <source>A software instance is already running! The current instance will be closed.</source>
+        <translation>已有一个程序实例正在运行！当前实例将被关闭。</translation>
+    </message>
+</context>
+<context>
+    <name>TCPSettingWidget</name>
+    <message>
+        <source>Form</source>
+        <translation>设备设置</translation>
+    </message>
+    <message>
+        <source>IP address</source>
+        <translation>IP 地址</translation>
+    </message>
+    <message>
+        <source>PortNumber</source>
+        <translation>端口号</translation>
+    </message>
+    <message>
+        <source>Open</source>
+        <translation>打开</translation>
+    </message>
+    <message>
+        <source>TCP protocol</source>
+        <translation>TCP 协议</translation>
+    </message>
+    <message>
+        <source>Select Save File Directory</source>
+        <translation>选择文件保存目录</translation>
+    </message>
+    <message>
+        <source>End Char</source>
+        <translation>结束字符</translation>
+    </message>
+    <message>
+        <source>Start Char</source>
+        <translation>起始字符</translation>
+    </message>
+    <message>
+        <source>TCP Client</source>
+        <translation>TCP 客户端</translation>
+    </message>
+    <message>
+        <source>TCP Server</source>
+        <translation>TCP 服务器</translation>
+    </message>
+    <message>
+        <source>Enter an IP address or port number!</source>
+        <translation>请输入 IP 地址和端口号！</translation>
+    </message>
+    <message>
+        <source>Enter a start char or end char!</source>
+        <translation>请输入起始字符和结束字符！</translation>
+    </message>
+    <message>
+        <source>You did not select any file save directory.</source>
+        <translation>您还没有选择文件保存目录。</translation>
+    </message>
+    <message>
+        <source>Connect</source>
+        <translation>连接</translation>
+    </message>
+    <message>
+        <source>Disconnect</source>
+        <translation>断开连接</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <translation>关闭</translation>
+    </message>
+</context>
+<context>
+    <name>ToolBar</name>
+    <message>
+        <source>ToolBar</source>
+        <translation>标题栏</translation>
+    </message>
+</context>
+</TS>
