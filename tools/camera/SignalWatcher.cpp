@@ -1,0 +1,44 @@
+#include "SignalWatcher.h"
+
+#include <QSocketNotifier>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+int g_pipe[2] = { -1, -1 };
+
+void onSignal(int number)
+{
+    const char byte = char(number);
+    // Nothing to do if the pipe is full: a stop is already on its way.
+    [[maybe_unused]] const ssize_t written = ::write(g_pipe[1], &byte, 1);
+}
+
+} // namespace
+
+SignalWatcher::SignalWatcher(QObject* parent)
+    : QObject(parent)
+{
+    if (::pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return;
+    }
+    m_notifier = new QSocketNotifier(g_pipe[0], QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &SignalWatcher::readPipe);
+
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void SignalWatcher::readPipe()
+{
+    char byte = 0;
+    if (::read(g_pipe[0], &byte, 1) == 1) {
+        emit stopRequested(int(byte));
+    }
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QObject>
+
+class QSocketNotifier;
+
+// Turns SIGINT and SIGTERM into a Qt signal through a self-pipe, so the camera stops between
+// two writes instead of in the middle of one.
+class SignalWatcher : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SignalWatcher(QObject* parent = nullptr);
+
+signals:
+    void stopRequested(int signalNumber);
+
+private slots:
+    void readPipe();
+
+private:
+    QSocketNotifier* m_notifier = nullptr;
+};
