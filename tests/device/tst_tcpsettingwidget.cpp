@@ -9,6 +9,7 @@
 #include <QHostInfo>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListView>
 #include <QNetworkInterface>
 #include <QPushButton>
 #include <QScopeGuard>
@@ -631,7 +632,7 @@ void tst_tcpsettingwidget::directoryChooserStoresChoice()
         caption = dialog->windowTitle();
         startDirectory = dialog->directory().absolutePath();
         dialog->setDirectory(chosen.path());
-        dialog->accept();
+        QMetaObject::invokeMethod(dialog, "accept");
     });
 
     QTest::mouseClick(child<QPushButton>(page, "btnSelectSaveFileDir"), Qt::LeftButton);
