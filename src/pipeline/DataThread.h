@@ -54,6 +54,9 @@ protected:
     void run() override;
 
 private:
+    // The fuzz targets step the two consumers directly, without the worker's thread and pauses.
+    friend class DataThreadStepper;
+
     int takeChunk(unsigned char* chunk);
     void extractFrame(QString& fileCarry, const char* data, int len, const QString& dir);
     void limitFileCarry(QString& fileCarry);
