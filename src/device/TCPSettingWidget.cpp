@@ -81,7 +81,7 @@ TCPSettingWidget::~TCPSettingWidget()
     delete ui;
 }
 
-TCPSettings TCPSettingWidget::getSettings()
+TCPSettings TCPSettingWidget::getSettings() const
 {
     TCPSettings current;
     current.status = ui->label_TCP->property("status").toInt();

@@ -22,7 +22,7 @@ public:
     explicit TCPSettingWidget(QWidget* parent = nullptr);
     ~TCPSettingWidget() override;
 
-    TCPSettings getSettings();
+    TCPSettings getSettings() const;
     void setSettings(TCPSettings s);
     void retranslate();
 
