@@ -1,0 +1,131 @@
+#include "NetTCPServer.h"
+
+#include <QMessageLogger>
+#include <cstring>
+#include <memory>
+
+using Velko::Memory::TSharedPtr;
+using Velko::Wirelet::CMemoryPacket;
+using Velko::Wirelet::CSessionFactory;
+using Velko::Wirelet::ISession;
+
+NetTCPServer::NetTCPServer(QObject* parent)
+    : QObject(parent)
+{
+}
+
+NetTCPServer::~NetTCPServer()
+{
+    // Releasing the server ends its sink calls; they must end while the members still exist.
+    server.reset();
+    sessions.clear();
+}
+
+int NetTCPServer::open(QString ip, QString port)
+{
+    {
+        std::lock_guard<std::mutex> lock(sessionMutex);
+        sessions.clear();
+    }
+    if (!Velko::Wirelet::initialize()) {
+        emit sendMsgSig(tr("The network initialization failed!"));
+        return 1;
+    }
+    if (CSessionFactory::instance().createTcpServer(false, server) != 0) {
+        emit sendMsgSig(tr("Failed to create a server!"));
+        return 1;
+    }
+    const QByteArray address = (ip + ":" + port).toLatin1();
+    if (server->open(address.constData(), this) != 0) {
+        emit sendMsgSig(tr("Failed to open the server!"));
+        return 1;
+    }
+    emit sendMsgSig(tr("Opening the server successfully!"));
+    return 0;
+}
+
+int NetTCPServer::close()
+{
+    {
+        std::lock_guard<std::mutex> lock(sessionMutex);
+        for (auto& session : sessions) {
+            server->removeSession(session);
+        }
+        sessions.clear();
+    }
+    if (server) {
+        server->close();
+    }
+    emit sendMsgSig(tr("Shut down the server successfully!"));
+    return 0;
+}
+
+int NetTCPServer::setDataCallback(DataCallback callback, void* context)
+{
+    dataCallback = callback;
+    dataContext = context;
+    return 0;
+}
+
+int NetTCPServer::send(const char* data, std::uint32_t size)
+{
+    std::lock_guard<std::mutex> lock(sessionMutex);
+    if (sessions.isEmpty()) {
+        return 1;
+    }
+    for (auto& session : sessions) {
+        if (session->send(data, size) != 0) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
+{
+    // One lock over the test and the append keeps a second camera from slipping in between.
+    std::lock_guard<std::mutex> lock(sessionMutex);
+    if (!sessions.isEmpty()) {
+        server->removeSession(session);
+        return;
+    }
+    server->addSession(session);
+    sessions.append(session);
+    peerIP = QByteArray(session->getRemoteAddress()->getIP());
+    peerPort = session->getRemoteAddress()->getPort();
+    if (!peerIP.isEmpty()) {
+        emit sendMsgSig(tr("Camera %1:%2 connected to the server successfully!").arg(QString(peerIP)).arg(peerPort));
+    }
+}
+
+void NetTCPServer::onDisconnected(TSharedPtr<ISession>& session, std::int32_t)
+{
+    std::lock_guard<std::mutex> lock(sessionMutex);
+    server->removeSession(session);
+    const int index = sessions.indexOf(session);
+    if (index < 0) {
+        return;
+    }
+    sessions.remove(index);
+    if (!peerIP.isEmpty()) {
+        emit sendMsgSig(tr("The camera %1:%2 is disconnected from the server!").arg(QString(peerIP)).arg(peerPort));
+    }
+}
+
+void NetTCPServer::onReceive(TSharedPtr<ISession>&, TSharedPtr<CMemoryPacket>& packet)
+{
+    std::lock_guard<std::mutex> lock(receiveMutex);
+    const auto size = static_cast<std::int32_t>(packet->getDataSize());
+    if (size <= 0) {
+        return;
+    }
+    QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).info("onReceive data size: %d\n", size);
+    // The extra zero lets the receiver read the chunk as a zero-terminated string.
+    std::unique_ptr<char[]> copy(new char[size + 1]());
+    std::memcpy(copy.get(), packet->getBufferPtr(), static_cast<std::size_t>(size));
+    if (dataCallback) {
+        dataCallback(copy.get(), size, dataContext);
+    }
+}
+
+void NetTCPServer::onSessionNotify(void*) { }

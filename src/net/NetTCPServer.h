@@ -1,0 +1,46 @@
+#pragma once
+
+#include "DataCallback.h"
+#include "Wirelet.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QVector>
+#include <cstdint>
+#include <mutex>
+
+// The server role of a device: listens, takes one camera at a time and turns any other away,
+// hands the bytes to one callback and reports what happens as messages.
+class NetTCPServer : public QObject, public Velko::Wirelet::ISessionServerSink
+{
+    Q_OBJECT
+
+public:
+    explicit NetTCPServer(QObject* parent);
+    ~NetTCPServer() override;
+
+    int open(QString ip, QString port);
+    int close();
+    int setDataCallback(DataCallback callback, void* context);
+    int send(const char* data, std::uint32_t size);
+
+    void onConnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session) override;
+    void onDisconnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session, std::int32_t reason) override;
+    void onReceive(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session,
+                   Velko::Memory::TSharedPtr<Velko::Wirelet::CMemoryPacket>& packet) override;
+    void onSessionNotify(void* argument) override;
+
+signals:
+    void sendMsgSig(QString msg);
+
+private:
+    Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionServer> server;
+    QVector<Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>> sessions;
+    std::mutex sessionMutex;
+    std::mutex receiveMutex;
+    DataCallback dataCallback = nullptr;
+    void* dataContext = nullptr;
+    QByteArray peerIP;
+    quint16 peerPort = 0;
+};
