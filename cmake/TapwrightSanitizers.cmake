@@ -7,3 +7,9 @@ elseif(TAPWRIGHT_SANITIZER STREQUAL "thread")
 elseif(NOT TAPWRIGHT_SANITIZER STREQUAL "")
     message(FATAL_ERROR "TAPWRIGHT_SANITIZER must be empty, address or thread")
 endif()
+
+# Fuzz builds instrument everything, so the fuzzers get coverage from the code they drive.
+if(TAPWRIGHT_BUILD_FUZZERS)
+    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+endif()
