@@ -1,0 +1,182 @@
+#include "FakeCamera.h"
+
+#include <QHostAddress>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+namespace {
+
+constexpr int kConnectTimeoutMs = 3000;
+// Enough queued bytes to keep the peer busy without growing without end.
+constexpr qint64 kFloodBacklog = 256 * 1024;
+
+} // namespace
+
+FakeCamera::FakeCamera()
+    : m_context(new QObject)
+{
+    m_context->moveToThread(&m_thread);
+    m_thread.start();
+}
+
+FakeCamera::~FakeCamera()
+{
+    onCameraThread([this] {
+        for (QTcpSocket* socket : qAsConst(m_sockets)) {
+            socket->disconnect();
+            socket->abort();
+            delete socket;
+        }
+        m_sockets.clear();
+        delete m_server;
+        m_server = nullptr;
+    });
+    m_thread.quit();
+    m_thread.wait();
+    delete m_context;
+}
+
+quint16 FakeCamera::freePort()
+{
+    QTcpServer probe;
+    if (!probe.listen(QHostAddress::LocalHost, 0)) {
+        return 0;
+    }
+    return probe.serverPort();
+}
+
+quint16 FakeCamera::listen(quint16 port)
+{
+    quint16 listening = 0;
+    onCameraThread([this, port, &listening] {
+        if (!m_server) {
+            m_server = new QTcpServer;
+            QObject::connect(m_server, &QTcpServer::newConnection, m_context, [this] {
+                while (QTcpSocket* socket = m_server->nextPendingConnection()) {
+                    socket->setParent(nullptr);
+                    ++m_accepted;
+                    if (m_dropOnAccept) {
+                        socket->abort();
+                        socket->deleteLater();
+                        continue;
+                    }
+                    adopt(socket);
+                }
+            });
+        }
+        if (m_server->isListening() || m_server->listen(QHostAddress::LocalHost, port)) {
+            listening = m_server->serverPort();
+        }
+    });
+    return listening;
+}
+
+void FakeCamera::stopListening()
+{
+    onCameraThread([this] {
+        if (m_server) {
+            m_server->close();
+        }
+    });
+}
+
+void FakeCamera::setDropOnAccept(bool drop)
+{
+    onCameraThread([this, drop] { m_dropOnAccept = drop; });
+}
+
+bool FakeCamera::connectToServer(quint16 port)
+{
+    bool connected = false;
+    onCameraThread([this, port, &connected] {
+        auto* socket = new QTcpSocket;
+        socket->connectToHost(QHostAddress::LocalHost, port);
+        connected = socket->waitForConnected(kConnectTimeoutMs);
+        if (!connected) {
+            delete socket;
+            return;
+        }
+        m_localPort = socket->localPort();
+        adopt(socket);
+    });
+    return connected;
+}
+
+void FakeCamera::send(const QByteArray& bytes)
+{
+    onCameraThread([this, bytes] {
+        for (QTcpSocket* socket : qAsConst(m_sockets)) {
+            socket->write(bytes);
+        }
+    });
+}
+
+void FakeCamera::startFlood(const QByteArray& pattern)
+{
+    onCameraThread([this, pattern] {
+        m_floodPattern = pattern;
+        for (QTcpSocket* socket : qAsConst(m_sockets)) {
+            feedFlood(socket);
+        }
+    });
+}
+
+void FakeCamera::stopFlood()
+{
+    onCameraThread([this] { m_floodPattern.clear(); });
+}
+
+void FakeCamera::dropConnections()
+{
+    onCameraThread([this] {
+        const QList<QTcpSocket*> sockets = m_sockets;
+        m_sockets.clear();
+        for (QTcpSocket* socket : sockets) {
+            socket->disconnect();
+            socket->abort();
+            socket->deleteLater();
+            --m_open;
+        }
+    });
+}
+
+QByteArray FakeCamera::received() const
+{
+    std::lock_guard<std::mutex> lock(m_receivedMutex);
+    return m_received;
+}
+
+void FakeCamera::onCameraThread(const std::function<void()>& work)
+{
+    QMetaObject::invokeMethod(m_context, work, Qt::BlockingQueuedConnection);
+}
+
+void FakeCamera::adopt(QTcpSocket* socket)
+{
+    m_sockets.append(socket);
+    ++m_open;
+    QObject::connect(socket, &QTcpSocket::readyRead, m_context, [this, socket] {
+        const QByteArray bytes = socket->readAll();
+        std::lock_guard<std::mutex> lock(m_receivedMutex);
+        m_received.append(bytes);
+    });
+    QObject::connect(socket, &QTcpSocket::bytesWritten, m_context, [this, socket] { feedFlood(socket); });
+    QObject::connect(socket, &QTcpSocket::disconnected, m_context, [this, socket] {
+        if (m_sockets.removeOne(socket)) {
+            --m_open;
+            ++m_endedByPeer;
+        }
+        socket->deleteLater();
+    });
+    feedFlood(socket);
+}
+
+void FakeCamera::feedFlood(QTcpSocket* socket)
+{
+    if (m_floodPattern.isEmpty()) {
+        return;
+    }
+    while (socket->bytesToWrite() < kFloodBacklog) {
+        socket->write(m_floodPattern);
+    }
+}
