@@ -1,3 +1,4 @@
+#include "FakeCamera.h"
 #include "FileProbe.h"
 #include "LocalIPv4.h"
 #include "Logger.h"
@@ -14,8 +15,6 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTextEdit>
 #include <QTimer>
@@ -23,7 +22,6 @@
 #include <QTranslator>
 #include <QtTest>
 #include <functional>
-#include <memory>
 
 namespace {
 
@@ -61,13 +59,6 @@ bool controlsEnabled(const TCPSettingWidget& page, bool enabled)
 void pressOpenButton(TCPSettingWidget& page)
 {
     QTest::mouseClick(child<QToolButton>(page, "openTcpBtn"), Qt::LeftButton);
-}
-
-quint16 freeLoopbackPort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
 }
 
 QString portText(quint16 port)
@@ -132,48 +123,6 @@ QList<QByteArray> frameFiles(const QStringList& frames)
     return contents;
 }
 
-// A camera on loopback, on the other side of whichever role the page plays.
-class LoopbackCamera
-{
-public:
-    // Listens for a page in the client role.
-    quint16 listen()
-    {
-        m_listener = std::make_unique<QTcpServer>();
-        m_listener->listen(QHostAddress::LocalHost, 0);
-        return m_listener->serverPort();
-    }
-
-    bool acceptPage()
-    {
-        if (!m_listener->waitForNewConnection(kWaitMs)) {
-            return false;
-        }
-        m_link.reset(m_listener->nextPendingConnection());
-        return m_link != nullptr;
-    }
-
-    // Dials a page in the server role.
-    bool dial(quint16 port)
-    {
-        m_link = std::make_unique<QTcpSocket>();
-        m_link->connectToHost(QHostAddress::LocalHost, port);
-        return m_link->waitForConnected(kWaitMs);
-    }
-
-    void send(const QByteArray& bytes)
-    {
-        m_link->write(bytes);
-        m_link->waitForBytesWritten(kWaitMs);
-    }
-
-    bool linkClosed() const { return m_link->state() == QAbstractSocket::UnconnectedState; }
-
-private:
-    std::unique_ptr<QTcpServer> m_listener;
-    std::unique_ptr<QTcpSocket> m_link;
-};
-
 // Answers the directory chooser the way an operator would, once it shows up.
 void answerDirectoryChooser(const std::function<void(QFileDialog*)>& answer, int attemptsLeft = 250)
 {
@@ -217,7 +166,7 @@ private slots:
 
 private:
     // Brings the page to its open state against a camera on loopback, in either role.
-    void openAgainstCamera(TCPSettingWidget& page, LoopbackCamera& camera, int tcpType, const QString& fileDir);
+    void openAgainstCamera(TCPSettingWidget& page, FakeCamera& camera, int tcpType, const QString& fileDir);
 
     QTemporaryDir m_logDir;
     QString m_logPath;
@@ -233,23 +182,23 @@ void tst_tcpsettingwidget::initTestCase()
 }
 
 void tst_tcpsettingwidget::openAgainstCamera(TCPSettingWidget& page,
-                                             LoopbackCamera& camera,
+                                             FakeCamera& camera,
                                              int tcpType,
                                              const QString& fileDir)
 {
     if (tcpType == 0) {
         page.setSettings(deviceSettings(0, portText(camera.listen()), fileDir));
         pressOpenButton(page);
-        QVERIFY(camera.acceptPage());
+        QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, kWaitMs);
         QCOMPARE(buttonText(page), QStringLiteral("Disconnect"));
     } else {
-        const quint16 port = freeLoopbackPort();
+        const quint16 port = FakeCamera::freePort();
         page.setSettings(deviceSettings(1, portText(port), fileDir));
         // The machine's address is never dialled from a test: listen on loopback as an operator may set it.
         child<QLineEdit>(page, "lineEdit_IP")->setText("127.0.0.1");
         pressOpenButton(page);
         QCOMPARE(buttonText(page), QStringLiteral("Close"));
-        QVERIFY(camera.dial(port));
+        QVERIFY(camera.connectToServer(port));
     }
     QCOMPARE(lampStatus(page), 1);
 }
@@ -286,14 +235,14 @@ void tst_tcpsettingwidget::clientRoleOpensWritesFramesAndCloses()
     page.show();
     QSignalSpy shown(&page, SIGNAL(sendShowData(QString)));
     QSignalSpy logged(&page, SIGNAL(sendShowLogData(QString)));
-    LoopbackCamera camera;
+    FakeCamera camera;
 
     page.setSettings(deviceSettings(0, portText(camera.listen()), frames.path()));
     QCOMPARE(buttonText(page), QStringLiteral("Connect"));
     QCOMPARE(child<QLineEdit>(page, "lineEdit_IP")->text(), QStringLiteral("127.0.0.1"));
 
     pressOpenButton(page);
-    QVERIFY(camera.acceptPage());
+    QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, kWaitMs);
     QCOMPARE(buttonText(page), QStringLiteral("Disconnect"));
     QCOMPARE(lampStatus(page), 1);
     QVERIFY(controlsEnabled(page, false));
@@ -311,7 +260,7 @@ void tst_tcpsettingwidget::clientRoleOpensWritesFramesAndCloses()
     QCOMPARE(lampStatus(page), 0);
     QVERIFY(controlsEnabled(page, true));
     QCOMPARE(page.getSettings().status, 0);
-    QTRY_VERIFY_WITH_TIMEOUT(camera.linkClosed(), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(camera.endedByPeerCount(), 1, kWaitMs);
 }
 
 void tst_tcpsettingwidget::serverRoleListensOnEditedAddress()
@@ -321,7 +270,7 @@ void tst_tcpsettingwidget::serverRoleListensOnEditedAddress()
     TCPSettingWidget page(nullptr);
     page.show();
     QSignalSpy shown(&page, SIGNAL(sendShowData(QString)));
-    const quint16 port = freeLoopbackPort();
+    const quint16 port = FakeCamera::freePort();
 
     TCPSettings settings = deviceSettings(1, portText(port), frames.path());
     settings.tcpClientIP = QStringLiteral("stored listen address");
@@ -337,8 +286,8 @@ void tst_tcpsettingwidget::serverRoleListensOnEditedAddress()
     QVERIFY(controlsEnabled(page, false));
     QCOMPARE(page.getSettings().tcpClientIP, QStringLiteral("127.0.0.1"));
 
-    LoopbackCamera camera;
-    QVERIFY(camera.dial(port));
+    FakeCamera camera;
+    QVERIFY(camera.connectToServer(port));
     camera.send("#S1$");
     QTRY_COMPARE_WITH_TIMEOUT(FileProbe::textFileContents(frames.path()), frameFiles({ "S1" }), kWaitMs);
     QTRY_COMPARE_WITH_TIMEOUT(joinedArguments(shown), QStringLiteral("#S1$"), kWaitMs);
@@ -347,7 +296,7 @@ void tst_tcpsettingwidget::serverRoleListensOnEditedAddress()
     QCOMPARE(buttonText(page), QStringLiteral("Open"));
     QCOMPARE(lampStatus(page), 0);
     QVERIFY(controlsEnabled(page, true));
-    QTRY_VERIFY_WITH_TIMEOUT(camera.linkClosed(), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(camera.endedByPeerCount(), 1, kWaitMs);
 }
 
 void tst_tcpsettingwidget::zeroByteChunkShowsNoText()
@@ -357,7 +306,7 @@ void tst_tcpsettingwidget::zeroByteChunkShowsNoText()
     TCPSettingWidget page(nullptr);
     page.show();
     QSignalSpy shown(&page, SIGNAL(sendShowData(QString)));
-    LoopbackCamera camera;
+    FakeCamera camera;
     openAgainstCamera(page, camera, 0, frames.path());
     if (QTest::currentTestFailed()) {
         return;
@@ -397,7 +346,7 @@ void tst_tcpsettingwidget::failedCheckLeavesPageUnchanged()
     QVERIFY(frames.isValid());
     TCPSettingWidget page(nullptr);
     page.show();
-    LoopbackCamera camera;
+    FakeCamera camera;
     page.setSettings(deviceSettings(0, portText(camera.listen()), withDirectory ? frames.path() : QString()));
     for (const QString& name : clearedFields) {
         child<QLineEdit>(page, name.toLatin1().constData())->clear();
@@ -448,17 +397,18 @@ void tst_tcpsettingwidget::failedOpenLogsStoredAddress()
     page.show();
 
     // The server role meets a port that another listener holds; the client role a port nobody serves.
-    QTcpServer occupant;
-    QVERIFY(occupant.listen(QHostAddress::LocalHost, 0));
-    const QString storedPort = portText(freeLoopbackPort());
+    FakeCamera occupant;
+    const quint16 occupiedPort = occupant.listen();
+    QVERIFY(occupiedPort != 0);
+    const QString storedPort = portText(FakeCamera::freePort());
     TCPSettings settings = deviceSettings(tcpType, storedPort, frames.path());
     settings.tcpClientIP = storedIp;
     page.setSettings(settings);
     const QString closedText = buttonText(page);
 
-    QString editedPort = portText(occupant.serverPort());
-    while (tcpType == 0 && (editedPort == storedPort || editedPort == portText(occupant.serverPort()))) {
-        editedPort = portText(freeLoopbackPort());
+    QString editedPort = portText(occupiedPort);
+    while (tcpType == 0 && (editedPort == storedPort || editedPort == portText(occupiedPort))) {
+        editedPort = portText(FakeCamera::freePort());
     }
     child<QLineEdit>(page, "lineEdit_port")->setText(editedPort);
     if (!editedIp.isEmpty()) {
@@ -506,13 +456,13 @@ void tst_tcpsettingwidget::setSettingsWithStatusOneOpens()
     QTemporaryDir frames;
     QVERIFY(frames.isValid());
     TCPSettingWidget page(nullptr);
-    LoopbackCamera camera;
+    FakeCamera camera;
     TCPSettings settings = deviceSettings(0, portText(camera.listen()), frames.path());
     settings.status = 1;
 
     page.setSettings(settings);
 
-    QVERIFY(camera.acceptPage());
+    QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, kWaitMs);
     QCOMPARE(buttonText(page), QStringLiteral("Disconnect"));
     QCOMPARE(lampStatus(page), 1);
     QVERIFY(controlsEnabled(page, false));
@@ -525,7 +475,7 @@ void tst_tcpsettingwidget::setSettingsWithStatusOneAndNoDirectoryStaysClosed()
 {
     TCPSettingWidget page(nullptr);
     QSignalSpy logged(&page, SIGNAL(sendShowLogData(QString)));
-    LoopbackCamera camera;
+    FakeCamera camera;
     TCPSettings settings = deviceSettings(0, portText(camera.listen()), QString());
     settings.status = 1;
 
@@ -587,7 +537,7 @@ void tst_tcpsettingwidget::retranslateKeepsDeviceOpen()
     QVERIFY(frames.isValid());
     TCPSettingWidget page(nullptr);
     page.show();
-    LoopbackCamera camera;
+    FakeCamera camera;
     openAgainstCamera(page, camera, tcpType, frames.path());
     if (QTest::currentTestFailed()) {
         return;
@@ -617,7 +567,7 @@ void tst_tcpsettingwidget::retranslateKeepsDeviceOpen()
     QCOMPARE(buttonText(page), closedText);
     QCOMPARE(lampStatus(page), 0);
     QVERIFY(controlsEnabled(page, true));
-    QTRY_VERIFY_WITH_TIMEOUT(camera.linkClosed(), kWaitMs);
+    QTRY_COMPARE_WITH_TIMEOUT(camera.endedByPeerCount(), 1, kWaitMs);
 }
 
 void tst_tcpsettingwidget::directoryChooserStoresChoice()
@@ -643,13 +593,13 @@ void tst_tcpsettingwidget::directoryChooserStoresChoice()
     QCOMPARE(page.getSettings().fileDir, chosen.path());
 
     // The choice is what the third check reads: with it, a press gets past the checks.
-    LoopbackCamera camera;
+    FakeCamera camera;
     child<QLineEdit>(page, "lineEdit_IP")->setText("127.0.0.1");
     child<QLineEdit>(page, "lineEdit_port")->setText(portText(camera.listen()));
     child<QLineEdit>(page, "lineEditStartChar")->setText("#");
     child<QLineEdit>(page, "lineEditEndChar")->setText("$");
     pressOpenButton(page);
-    QVERIFY(camera.acceptPage());
+    QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, kWaitMs);
     camera.send("#picked$");
     QTRY_COMPARE_WITH_TIMEOUT(FileProbe::textFileContents(chosen.path()), frameFiles({ "picked" }), kWaitMs);
 }
@@ -660,7 +610,7 @@ void tst_tcpsettingwidget::directoryChooserCancelledEmptiesDirectory()
     QVERIFY(frames.isValid());
     TCPSettingWidget page(nullptr);
     page.show();
-    page.setSettings(deviceSettings(0, portText(freeLoopbackPort()), frames.path()));
+    page.setSettings(deviceSettings(0, portText(FakeCamera::freePort()), frames.path()));
     QCOMPARE(child<QLineEdit>(page, "lineEdit_SaveFileNameDir")->text(), frames.path());
     bool answered = false;
     answerDirectoryChooser([&answered](QFileDialog* dialog) {
@@ -703,7 +653,7 @@ void tst_tcpsettingwidget::destructionSendsNothingToListeners()
     page->show();
     QObject::connect(page, SIGNAL(sendShowLogData(QString)), &logPane, SLOT(append(QString)));
     QObject::connect(page, SIGNAL(sendShowData(QString)), &dataPane, SLOT(append(QString)));
-    LoopbackCamera camera;
+    FakeCamera camera;
     if (open) {
         openAgainstCamera(*page, camera, tcpType, frames.path());
         if (QTest::currentTestFailed()) {
@@ -726,7 +676,7 @@ void tst_tcpsettingwidget::destructionSendsNothingToListeners()
     QCOMPARE(logPane.toPlainText(), logBefore);
     QCOMPARE(dataPane.toPlainText(), dataBefore);
     if (open) {
-        QTRY_VERIFY_WITH_TIMEOUT(camera.linkClosed(), kWaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(camera.endedByPeerCount(), 1, kWaitMs);
     }
 }
 
