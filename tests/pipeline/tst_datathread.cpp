@@ -331,14 +331,17 @@ void tst_datathread::existingFileIsOverwritten()
 {
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
-    // Occupy every name of the next seconds, so the frame has to land on an existing file.
+    // Occupy every name from now until a few seconds ahead, so the frame has to land on an
+    // existing file.
     const QByteArray stale = "stale content that is longer than the frame file it gives way to";
-    const QDateTime now = QDateTime::currentDateTime();
-    constexpr int kOccupiedMs = 5000;
-    for (int ms = 0; ms < kOccupiedMs; ++ms) {
-        QFile file(dir.filePath(now.addMSecs(ms).toString("yyyyMMdd_hhmmss_zzz") + ".txt"));
+    QDateTime next = QDateTime::currentDateTime();
+    int occupied = 0;
+    while (next < QDateTime::currentDateTime().addMSecs(3000)) {
+        QFile file(dir.filePath(next.toString("yyyyMMdd_hhmmss_zzz") + ".txt"));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(stale);
+        next = next.addMSecs(1);
+        QVERIFY2(++occupied < 100000, "files are created slower than names go by");
     }
 
     DataThread thread;
@@ -351,8 +354,8 @@ void tst_datathread::existingFileIsOverwritten()
     QVERIFY(thread.stopThread());
 
     const QList<QByteArray> contents = FileProbe::textFileContents(dir.path());
-    QCOMPARE(contents.size(), kOccupiedMs);
-    QCOMPARE(contents.count(stale), kOccupiedMs - 1);
+    QCOMPARE(contents.size(), occupied);
+    QCOMPARE(contents.count(stale), occupied - 1);
 }
 
 void tst_datathread::unfinishedFrameIsBounded()
