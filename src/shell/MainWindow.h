@@ -1,0 +1,88 @@
+#pragma once
+
+#include "MainWindowBase.h"
+
+#include <QString>
+#include <QSystemTrayIcon>
+
+class QAction;
+class QMenu;
+class QTimer;
+class ToolBar;
+
+namespace Ui {
+class MainWindowClass;
+}
+
+// The program's one window: title bar, the two device pages, the data and message panes, tray,
+// auto start and language. It routes what the pages report into the panes and keeps the order of
+// loading, saving and shutting down around them.
+class MainWindow : public MainWindowBase
+{
+    Q_OBJECT
+
+public:
+    MainWindow(QWidget* parent, bool externalStart);
+    ~MainWindow() override;
+
+signals:
+    void sendShowData(QString data);
+
+public slots:
+    void onLanguageBoxChanged(int index);
+    void trayiconActivated(QSystemTrayIcon::ActivationReason reason);
+    void setMinimized();
+    void setMaximized();
+    void setReduction();
+    void closeSlot();
+
+private slots:
+    void onTrayEnableChanged(int state);
+    void onAppAutoStartChanged(int state);
+    void onClearData();
+    void timeoutSlot();
+    void timeoutStartFunctionSlot();
+    void aboutToCloseSlot();
+    void readChannelFinishedSlot();
+    void printTip(QString tip);
+    void showCallbackData(QString data);
+    void onDeviceComboBoxChanged(int index);
+    void sendShowLogData(QString data);
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void initWidgets();
+    void initConnections();
+    void readConfig();
+    void writeConfig();
+    void initTrayIcon();
+    void initAutoStartBox();
+    bool isAutoStartEnabled();
+    void setAutoStart(bool enable);
+    void loadStyleSheet();
+    void loadLanguage();
+    void applyLanguage(int lang);
+    void saveLanguage(int lang);
+    void retranslate();
+
+    Ui::MainWindowClass* ui;
+    ToolBar* m_toolBar;
+    QString m_styleSheet;
+    QTimer* m_timer;
+    QTimer* m_startFunctionTimer;
+    bool m_externalStart;
+    bool m_configLoaded;
+    int m_trayState;
+    bool m_trayEnabled;
+    QSystemTrayIcon m_trayIcon;
+    QAction* m_maximizeAction;
+    QAction* m_minimizeAction;
+    QAction* m_reductionAction;
+    QAction* m_quitAction;
+    QMenu* m_trayMenu;
+    Qt::WindowFlags m_savedWindowFlags;
+};
