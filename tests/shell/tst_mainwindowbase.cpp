@@ -179,6 +179,8 @@ void tst_MainWindowBase::edgeStopsShortOfTheMinimum_data()
         << QPoint(300, 350) << QPoint(450, 350) << QRect(450, 200, 250, 300) << QPoint(499, 350);
     // Bottom row at 499, minimum height 150: 499 - 300 = 199 passes, 499 - 400 = 99 doesn't.
     QTest::newRow("top edge") << QPoint(500, 200) << QPoint(500, 300) << QRect(300, 300, 400, 200) << QPoint(500, 400);
+    QTest::newRow("top edge at the minimum")
+        << QPoint(500, 200) << QPoint(500, 300) << QRect(300, 300, 400, 200) << QPoint(500, 349);
     QTest::newRow("top left corner, both held")
         << QPoint(300, 200) << QPoint(450, 300) << QRect(450, 300, 250, 200) << QPoint(600, 450);
 }
