@@ -1,0 +1,604 @@
+// The program as an operator runs it, measured from outside: a scratch copy of the program
+// directory, simulated cameras on loopback, frame files read back. Prints one figure a line as
+// "name<TAB>value<TAB>unit" after a human-readable header, for scripts/bench to gather.
+//
+// Needs $DISPLAY (scripts/bench gives it a private Xvfb). Run it in a network namespace with
+// only loopback (scripts/bench does when it can), or device 2, a server, listens on the
+// machine's address.
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLineEdit>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QThread>
+#include <X11/Xlib.h>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <sys/select.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+const QByteArray kPrefix = "The package barcode info is :";
+constexpr int kWaitMs = 15000;
+
+void figure(const char* name, double value, const char* unit)
+{
+    std::printf("%s\t%.2f\t%s\n", name, value, unit);
+    std::fflush(stdout);
+}
+
+void note(const QString& text)
+{
+    std::fprintf(stderr, "bench_e2e: %s\n", qPrintable(text));
+}
+
+// Lets the event loop run (sockets of an idle camera, the bench's own widgets) for a while.
+void spin(int milliseconds)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < milliseconds) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(1);
+    }
+}
+
+bool spinUntil(const std::function<bool()>& condition, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > timeoutMs) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(2);
+    }
+    return true;
+}
+
+double percentile(std::vector<double> values, double p)
+{
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    const auto rank = size_t(std::max(0.0, std::ceil(p * double(values.size())) - 1));
+    return values[std::min(rank, values.size() - 1)];
+}
+
+bool copyTree(const QString& from, const QString& to)
+{
+    QDirIterator it(from, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString source = it.next();
+        const QString target = to + source.mid(from.size());
+        if (!QDir().mkpath(QFileInfo(target).path()) || !QFile::copy(source, target)) {
+            return false;
+        }
+        QFile::setPermissions(target, QFile(source).permissions());
+    }
+    return true;
+}
+
+struct Device
+{
+    int type = 0; // 0 client, 1 server
+    quint16 port = 0;
+    QString frameDir;
+    QString start = "[";
+    QString end = "]";
+};
+
+// A scratch program directory with its own XDG tree; one run of the program at a time.
+class ScratchProgram
+{
+public:
+    ScratchProgram(const QString& binDir)
+    {
+        m_ok = m_dir.isValid() && copyTree(binDir, programDir());
+        for (const char* sub : { "config", "data", "cache", "runtime" }) {
+            QDir().mkpath(m_dir.filePath(sub));
+        }
+        QFile::setPermissions(m_dir.filePath("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    ~ScratchProgram() { stop(); }
+
+    bool isValid() const { return m_ok; }
+    QString programDir() const { return m_dir.filePath("program"); }
+    QString path(const QString& name) const { return m_dir.filePath(name); }
+
+    void configure(const QList<Device>& devices)
+    {
+        QFile::remove(programDir() + "/TCPconfig.json");
+        if (devices.isEmpty()) {
+            return;
+        }
+        QFile file(programDir() + "/TCPconfig.json");
+        file.open(QIODevice::WriteOnly);
+        QByteArray json = "{\n";
+        for (int i = 0; i < devices.size(); ++i) {
+            const Device& d = devices[i];
+            QDir().mkpath(d.frameDir);
+            json += QStringLiteral("\"page_Device%1\": {\"Status\": 1, \"TcpType\": %2, \"TcpPort\": \"%3\", "
+                                   "\"TcpClientIP\": \"127.0.0.1\", \"FileDir\": \"%4\", \"StartChar\": \"%5\", "
+                                   "\"EndChar\": \"%6\"}%7\n")
+                        .arg(i + 1)
+                        .arg(d.type)
+                        .arg(d.port)
+                        .arg(d.frameDir, d.start, d.end, i + 1 < devices.size() ? "," : "")
+                        .toUtf8();
+        }
+        file.write(json + "}\n");
+    }
+
+    bool start(const QStringList& extraEnvironment = {})
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const QString& pair : extraEnvironment) {
+            env.insert(pair.section('=', 0, 0), pair.section('=', 1));
+        }
+        env.insert("XDG_CONFIG_HOME", m_dir.filePath("config"));
+        env.insert("XDG_DATA_HOME", m_dir.filePath("data"));
+        env.insert("XDG_CACHE_HOME", m_dir.filePath("cache"));
+        env.insert("XDG_RUNTIME_DIR", m_dir.filePath("runtime"));
+        env.remove("QT_QPA_PLATFORM");
+        m_process.setProcessEnvironment(env);
+        m_process.setStandardOutputFile(m_dir.filePath("program.out"));
+        m_process.setStandardErrorFile(m_dir.filePath("program.err"));
+        m_process.start(programDir() + "/tapwright", QStringList());
+        return m_process.waitForStarted(kWaitMs);
+    }
+
+    void stop()
+    {
+        if (m_process.state() == QProcess::NotRunning) {
+            return;
+        }
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000)) {
+            m_process.kill();
+            m_process.waitForFinished(5000);
+        }
+    }
+
+    qint64 pid() const { return m_process.processId(); }
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+
+    // The address a server device shows in its IP field, from the program's debug stream.
+    QString serverAddress() const
+    {
+        QFile file(m_dir.filePath("program.err"));
+        file.open(QIODevice::ReadOnly);
+        const QRegularExpression shown("serverIP\\s+\"([^\"]+)\"");
+        const QRegularExpressionMatch match = shown.match(QString::fromUtf8(file.readAll()));
+        return match.hasMatch() ? match.captured(1) : QString();
+    }
+
+    // Milliseconds of CPU (user + system) the program used so far.
+    double cpuMs() const
+    {
+        QFile file(QStringLiteral("/proc/%1/stat").arg(pid()));
+        if (!file.open(QIODevice::ReadOnly)) {
+            return 0;
+        }
+        const QByteArray stat = file.readAll();
+        const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+        const double ticks = fields.value(11).toDouble() + fields.value(12).toDouble();
+        return ticks * 1000.0 / double(sysconf(_SC_CLK_TCK));
+    }
+
+    // A "Vm..." figure of /proc/<pid>/status in MB.
+    double memoryMb(const char* key) const
+    {
+        QFile file(QStringLiteral("/proc/%1/status").arg(pid()));
+        if (!file.open(QIODevice::ReadOnly)) {
+            return 0;
+        }
+        for (const QByteArray& line : file.readAll().split('\n')) {
+            if (line.startsWith(key)) {
+                return line.mid(int(qstrlen(key))).simplified().split(' ').value(0).toDouble() / 1024.0;
+            }
+        }
+        return 0;
+    }
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_process;
+    bool m_ok = false;
+};
+
+// A camera simulator whose printed frames go to a file: seq -> sending time (ms since the epoch).
+class Camera
+{
+public:
+    Camera(const QString& logPath, const QStringList& arguments)
+        : m_logPath(logPath)
+    {
+        m_process.setStandardOutputFile(logPath);
+        m_process.setStandardErrorFile(logPath + ".err");
+        m_process.start(QStringLiteral(TAPWRIGHT_CAMERA_PATH), arguments);
+        m_process.waitForStarted(kWaitMs);
+    }
+    ~Camera()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.terminate();
+            m_process.waitForFinished(5000);
+        }
+    }
+
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+    bool waitUntilListening() const
+    {
+        return spinUntil(
+            [&] {
+                QFile file(m_logPath + ".err");
+                return file.open(QIODevice::ReadOnly) && file.readAll().contains("listening on");
+            },
+            kWaitMs);
+    }
+
+    // Frame text (unwrapped) -> time it went out.
+    std::map<QString, double> sent() const
+    {
+        std::map<QString, double> frames;
+        QFile file(m_logPath);
+        file.open(QIODevice::ReadOnly);
+        for (const QByteArray& line : file.readAll().split('\n')) {
+            const QList<QByteArray> parts = line.split(' ');
+            if (parts.size() == 3) {
+                const QString wrapped = QString::fromUtf8(parts[2]);
+                frames[wrapped.mid(1, wrapped.size() - 2)] = parts[1].toDouble();
+            }
+        }
+        return frames;
+    }
+
+private:
+    QString m_logPath;
+    QProcess m_process;
+};
+
+// Frame text -> the time in the file's name (ms since the epoch, local time as the program used).
+std::map<QString, double> storedFrames(const QString& dir)
+{
+    std::map<QString, double> frames;
+    for (const QFileInfo& info : QDir(dir).entryInfoList({ "*.txt" }, QDir::Files)) {
+        QFile file(info.filePath());
+        if (!file.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        const QByteArray content = file.readAll();
+        const QDateTime made = QDateTime::fromString(info.completeBaseName(), "yyyyMMdd_hhmmss_zzz");
+        frames[QString::fromUtf8(content.mid(kPrefix.size()))] = double(made.toMSecsSinceEpoch());
+    }
+    return frames;
+}
+
+quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    return probe.serverPort();
+}
+
+// Start -> first window mapped on the display, from a separate X connection watching the root.
+void measureStart(ScratchProgram& program, int runs)
+{
+    Display* display = XOpenDisplay(nullptr);
+    if (!display) {
+        note("no X display for the start measurement");
+        return;
+    }
+    XSelectInput(display, DefaultRootWindow(display), SubstructureNotifyMask);
+    XSync(display, True);
+    program.configure({});
+
+    std::vector<double> times;
+    for (int run = 0; run < runs; ++run) {
+        XSync(display, True);
+        QElapsedTimer timer;
+        timer.start();
+        if (!program.start()) {
+            note("the program did not start");
+            break;
+        }
+        bool mapped = false;
+        while (!mapped && timer.elapsed() < kWaitMs) {
+            while (!mapped && XPending(display) > 0) {
+                XEvent event;
+                XNextEvent(display, &event);
+                mapped = event.type == MapNotify;
+            }
+            if (!mapped) {
+                fd_set fds;
+                FD_ZERO(&fds);
+                FD_SET(ConnectionNumber(display), &fds);
+                timeval wait = { 0, 2000 };
+                select(ConnectionNumber(display) + 1, &fds, nullptr, nullptr, &wait);
+            }
+        }
+        if (mapped) {
+            times.push_back(double(timer.nsecsElapsed()) / 1e6);
+        }
+        spin(300);
+        program.stop();
+    }
+    XCloseDisplay(display);
+    std::fprintf(stderr, "start -> window shown over %zu runs: median %.0f ms\n", times.size(), percentile(times, 0.5));
+    figure("start_ms", percentile(times, 0.5), "ms");
+}
+
+// Camera send -> frame file, one client device, frames spaced so that each one is its own read.
+void measureLatency(ScratchProgram& program, int frames)
+{
+    const QString dir = program.path("latency-frames");
+    Camera camera(program.path("latency-camera.log"),
+                  { "--listen", "127.0.0.1:0", "--rate", "20", "--repeat", QString::number(frames), "LAT{seq}" });
+    if (!camera.waitUntilListening()) {
+        note("the latency camera did not listen");
+        return;
+    }
+    QFile err(program.path("latency-camera.log.err"));
+    err.open(QIODevice::ReadOnly);
+    const quint16 port
+        = quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
+    program.configure({ Device { 0, port, dir } });
+    program.start();
+    spinUntil([&] { return !camera.isRunning(); }, frames * 100 + kWaitMs);
+    spinUntil([&] { return storedFrames(dir).size() >= size_t(frames); }, 3000);
+    program.stop();
+
+    const std::map<QString, double> sent = camera.sent();
+    const std::map<QString, double> stored = storedFrames(dir);
+    std::vector<double> latencies;
+    for (const auto& [text, at] : sent) {
+        const auto found = stored.find(text);
+        if (found != stored.end()) {
+            latencies.push_back(found->second - at);
+        }
+    }
+    std::fprintf(stderr,
+                 "latency over %zu of %zu frames: median %.1f ms, p99 %.1f ms, max %.1f ms\n",
+                 latencies.size(),
+                 sent.size(),
+                 percentile(latencies, 0.5),
+                 percentile(latencies, 0.99),
+                 percentile(latencies, 1.0));
+    figure("latency_median_ms", percentile(latencies, 0.5), "ms");
+    figure("latency_p99_ms", percentile(latencies, 0.99), "ms");
+}
+
+// Both devices streaming at a rate for a while: frames lost and memory.
+void measureStreaming(ScratchProgram& program, int seconds, int rate)
+{
+    const QString dir1 = program.path("stream-frames-1");
+    const QString dir2 = program.path("stream-frames-2");
+    const QString frames = QString::number(seconds * rate);
+    Camera camera1(program.path("stream-camera1.log"),
+                   { "--listen", "127.0.0.1:0", "--rate", QString::number(rate), "--repeat", frames, "A{seq}" });
+    if (!camera1.waitUntilListening()) {
+        note("camera 1 did not listen");
+        return;
+    }
+    QFile err(program.path("stream-camera1.log.err"));
+    err.open(QIODevice::ReadOnly);
+    const quint16 port1
+        = quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
+    const quint16 port2 = freePort();
+    program.configure({ Device { 0, port1, dir1 }, Device { 1, port2, dir2, "#", "$" } });
+    program.start();
+    if (!spinUntil([&] { return !program.serverAddress().isEmpty(); }, kWaitMs)) {
+        note("device 2 did not show its address");
+        return;
+    }
+    const QString address = program.serverAddress();
+    Camera camera2(program.path("stream-camera2.log"),
+                   { "--connect",
+                     QStringLiteral("%1:%2").arg(address).arg(port2),
+                     "--reconnect",
+                     "--interval",
+                     "100",
+                     "--start",
+                     "#",
+                     "--end",
+                     "$",
+                     "--rate",
+                     QString::number(rate),
+                     "--repeat",
+                     frames,
+                     "B{seq}" });
+
+    double peakRss = 0;
+    spinUntil(
+        [&] {
+            peakRss = std::max(peakRss, program.memoryMb("VmRSS:"));
+            return !camera1.isRunning() && !camera2.isRunning();
+        },
+        seconds * 1000 * 2 + kWaitMs);
+    peakRss = std::max(peakRss, program.memoryMb("VmHWM:"));
+    // The carried text of the last frames goes at the silence flush.
+    spin(1000);
+    program.stop();
+
+    int lost = 0;
+    int sentTotal = 0;
+    for (const auto& [camera, dir] : { std::make_pair(&camera1, dir1), std::make_pair(&camera2, dir2) }) {
+        const std::map<QString, double> sent = camera->sent();
+        const std::map<QString, double> stored = storedFrames(dir);
+        int missing = 0;
+        for (const auto& entry : sent) {
+            missing += stored.count(entry.first) ? 0 : 1;
+        }
+        std::fprintf(stderr,
+                     "device with frames in %s: %zu sent, %zu stored, %d lost\n",
+                     qPrintable(QFileInfo(dir).fileName()),
+                     sent.size(),
+                     stored.size(),
+                     missing);
+        lost += missing;
+        sentTotal += int(sent.size());
+    }
+    figure("stream_frames_sent", sentTotal, "frames");
+    figure("stream_frames_lost", lost, "frames");
+    figure("peak_rss_mb", peakRss, "MB");
+}
+
+// Two open devices with nothing to say: a client connected to a silent camera, a server waiting.
+void measureIdle(ScratchProgram& program, int seconds)
+{
+    QTcpServer silentCamera;
+    silentCamera.listen(QHostAddress::LocalHost);
+    QList<QTcpSocket*> held;
+    QObject::connect(&silentCamera, &QTcpServer::newConnection, [&] {
+        while (QTcpSocket* socket = silentCamera.nextPendingConnection()) {
+            held.append(socket);
+        }
+    });
+    program.configure({ Device { 0, silentCamera.serverPort(), program.path("idle-frames-1") },
+                        Device { 1, freePort(), program.path("idle-frames-2") } });
+    program.start();
+    spinUntil([&] { return !held.isEmpty(); }, kWaitMs);
+    spin(2000);
+    const double before = program.cpuMs();
+    QElapsedTimer wall;
+    wall.start();
+    spin(seconds * 1000);
+    const double used = program.cpuMs() - before;
+    const double percent = 100.0 * used / double(wall.elapsed());
+    const double rss = program.memoryMb("VmRSS:");
+    program.stop();
+    std::fprintf(stderr, "idle: %.0f ms of CPU in %.1f s\n", used, double(wall.elapsed()) / 1000.0);
+    figure("idle_cpu_percent", percent, "% of a core");
+    figure("idle_rss_mb", rss, "MB");
+
+    // Qt's GLX probe loads the desktop's GL driver (with LLVM on Mesa) into a program that draws
+    // no OpenGL; the same idle program without it shows what that costs.
+    held.clear();
+    program.start({ "QT_XCB_GL_INTEGRATION=none" });
+    spinUntil([&] { return !held.isEmpty(); }, kWaitMs);
+    spin(2000);
+    figure("idle_rss_without_gl_mb", program.memoryMb("VmRSS:"), "MB");
+    program.stop();
+    qDeleteAll(held);
+}
+
+// The same kind of text through socat into xdotool, into a focused line edit, for comparison.
+void measureSocatXdotool(const QString& scratch, int characters)
+{
+    if (QStandardPaths::findExecutable("socat").isEmpty() || QStandardPaths::findExecutable("xdotool").isEmpty()) {
+        note("socat or xdotool missing; no comparison");
+        return;
+    }
+    QByteArray text;
+    for (char c = 0x21; text.size() < characters; c = c == 0x7E ? 0x21 : char(c + 1)) {
+        if (c != '<' && c != '\\') {
+            text.append(c);
+        }
+    }
+    QLineEdit edit;
+    edit.setMaxLength(characters * 2);
+    edit.resize(600, 30);
+    edit.show();
+    edit.activateWindow();
+    edit.setFocus();
+    if (!spinUntil([&] { return edit.hasFocus(); }, 5000)) {
+        note("the line edit did not get the focus");
+        return;
+    }
+    const quint16 port = freePort();
+    QProcess pipeline;
+    pipeline.start("sh",
+                   { "-c",
+                     QStringLiteral("socat -u TCP-LISTEN:%1,bind=127.0.0.1,reuseaddr STDOUT | xdotool type --delay 0 "
+                                    "--file -")
+                         .arg(port) });
+    pipeline.waitForStarted(kWaitMs);
+    Camera camera(scratch + "/socat-camera.log",
+                  { "--connect",
+                    QStringLiteral("127.0.0.1:%1").arg(port),
+                    "--reconnect",
+                    "--interval",
+                    "20",
+                    "--start",
+                    "",
+                    "--end",
+                    "",
+                    "--rate",
+                    "0",
+                    QString::fromLatin1(text) });
+    QElapsedTimer timer;
+    spinUntil([&] { return !edit.text().isEmpty(); }, kWaitMs);
+    timer.start();
+    int last = 0;
+    qint64 lastChange = 0;
+    spinUntil(
+        [&] {
+            if (edit.text().size() != last) {
+                last = edit.text().size();
+                lastChange = timer.elapsed();
+            }
+            return last >= characters || timer.elapsed() - lastChange > 2000;
+        },
+        60000);
+    pipeline.waitForFinished(kWaitMs);
+    const int got = edit.text().size();
+    const double rate = lastChange > 0 ? 1000.0 * got / double(lastChange) : 0;
+    std::fprintf(stderr,
+                 "socat | xdotool type: %d of %d characters, %s\n",
+                 got,
+                 characters,
+                 edit.text().toLatin1() == text ? "text exact" : "text differs");
+    figure("socat_xdotool_chars_per_s", rate, "chars/s");
+    figure("socat_xdotool_lost", characters - got, "chars");
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription("End-to-end figures of the program with simulated cameras.");
+    parser.addHelpOption();
+    parser.addOptions({
+        { "stream-seconds", "Length of the two-device streaming run (default 60).", "s", "60" },
+        { "rate", "Frames per second per device in that run (default 100).", "n", "100" },
+        { "idle-seconds", "Length of the idle measurement (default 30).", "s", "30" },
+        { "latency-frames", "Frames for the latency measurement (default 200).", "n", "200" },
+        { "typing-characters", "Characters for the socat | xdotool comparison (default 2000).", "n", "2000" },
+    });
+    parser.process(app);
+
+    const QString binDir = QStringLiteral(TAPWRIGHT_PROGRAM_DIR);
+    ScratchProgram program(binDir);
+    if (!program.isValid()) {
+        note("cannot copy the program directory " + binDir);
+        return 1;
+    }
+    std::printf("bench_e2e: program %s, display %s\n", qPrintable(binDir), qgetenv("DISPLAY").constData());
+    measureStart(program, 5);
+    measureLatency(program, parser.value("latency-frames").toInt());
+    measureStreaming(program, parser.value("stream-seconds").toInt(), parser.value("rate").toInt());
+    measureIdle(program, parser.value("idle-seconds").toInt());
+    measureSocatXdotool(program.path(""), parser.value("typing-characters").toInt());
+    return 0;
+}
