@@ -71,8 +71,15 @@ void RecordingKeyInjector::finishTyping()
 
 QStringList RecordingKeyInjector::events() const
 {
+    // A list of its own: a shared copy would hand the array between threads through Qt's
+    // reference count, which ThreadSanitizer cannot see into.
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_events;
+    QStringList copy;
+    copy.reserve(m_events.size());
+    for (const QString& event : m_events) {
+        copy.append(event);
+    }
+    return copy;
 }
 
 QStringList RecordingKeyInjector::keyEvents() const
