@@ -1,5 +1,7 @@
 #include "FakeCamera.h"
 
+#include <QAbstractEventDispatcher>
+#include <QEventLoop>
 #include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -13,27 +15,21 @@ constexpr qint64 kFloodBacklog = 256 * 1024;
 } // namespace
 
 FakeCamera::FakeCamera()
-    : m_context(new QObject)
+    : m_thread([this] { run(); })
 {
-    m_context->moveToThread(&m_thread);
-    m_thread.start();
+    std::unique_lock<std::mutex> lock(m_jobsMutex);
+    m_ready.wait(lock, [this] { return m_dispatcher != nullptr; });
 }
 
 FakeCamera::~FakeCamera()
 {
-    onCameraThread([this] {
-        for (QTcpSocket* socket : qAsConst(m_sockets)) {
-            socket->disconnect();
-            socket->abort();
-            delete socket;
-        }
-        m_sockets.clear();
-        delete m_server;
-        m_server = nullptr;
-    });
-    m_thread.quit();
-    m_thread.wait();
-    delete m_context;
+    {
+        // Woken under the lock: the thread cannot see the stop and take its dispatcher away first.
+        std::lock_guard<std::mutex> lock(m_jobsMutex);
+        m_stopping = true;
+        m_dispatcher->wakeUp();
+    }
+    m_thread.join();
 }
 
 quint16 FakeCamera::freePort()
@@ -50,14 +46,13 @@ quint16 FakeCamera::listen(quint16 port)
     quint16 listening = 0;
     onCameraThread([this, port, &listening] {
         if (!m_server) {
-            m_server = new QTcpServer;
+            m_server = new QTcpServer(m_context);
             QObject::connect(m_server, &QTcpServer::newConnection, m_context, [this] {
                 while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-                    socket->setParent(nullptr);
                     ++m_accepted;
                     if (m_dropOnAccept) {
                         socket->abort();
-                        socket->deleteLater();
+                        bury(socket);
                         continue;
                     }
                     adopt(socket);
@@ -89,7 +84,7 @@ bool FakeCamera::connectToServer(quint16 port)
 {
     bool connected = false;
     onCameraThread([this, port, &connected] {
-        auto* socket = new QTcpSocket;
+        auto* socket = new QTcpSocket(m_context);
         socket->connectToHost(QHostAddress::LocalHost, port);
         connected = socket->waitForConnected(kConnectTimeoutMs);
         if (!connected) {
@@ -134,7 +129,7 @@ void FakeCamera::dropConnections()
         for (QTcpSocket* socket : sockets) {
             socket->disconnect();
             socket->abort();
-            socket->deleteLater();
+            bury(socket);
             --m_open;
         }
     });
@@ -146,9 +141,55 @@ QByteArray FakeCamera::received() const
     return m_received;
 }
 
+void FakeCamera::run()
+{
+    QEventLoop loop; // gives this thread an event dispatcher
+    QObject context;
+    m_context = &context;
+    {
+        std::lock_guard<std::mutex> lock(m_jobsMutex);
+        m_dispatcher = QAbstractEventDispatcher::instance();
+    }
+    m_ready.notify_all();
+
+    for (;;) {
+        std::deque<Job> jobs;
+        bool stopping = false;
+        {
+            std::lock_guard<std::mutex> lock(m_jobsMutex);
+            jobs.swap(m_jobs);
+            stopping = m_stopping;
+        }
+        for (Job& job : jobs) {
+            job.work();
+            job.done.set_value();
+        }
+        qDeleteAll(m_buried);
+        m_buried.clear();
+        if (stopping) {
+            break;
+        }
+        m_dispatcher->processEvents(QEventLoop::WaitForMoreEvents);
+    }
+
+    for (QTcpSocket* socket : qAsConst(m_sockets)) {
+        socket->disconnect();
+        socket->abort();
+    }
+    m_sockets.clear();
+    // The context's children, server and sockets alike, go with it.
+}
+
 void FakeCamera::onCameraThread(const std::function<void()>& work)
 {
-    QMetaObject::invokeMethod(m_context, work, Qt::BlockingQueuedConnection);
+    std::future<void> done;
+    {
+        std::lock_guard<std::mutex> lock(m_jobsMutex);
+        m_jobs.push_back(Job { work, {} });
+        done = m_jobs.back().done.get_future();
+    }
+    m_dispatcher->wakeUp();
+    done.wait();
 }
 
 void FakeCamera::adopt(QTcpSocket* socket)
@@ -166,9 +207,17 @@ void FakeCamera::adopt(QTcpSocket* socket)
             --m_open;
             ++m_endedByPeer;
         }
-        socket->deleteLater();
+        bury(socket);
     });
     feedFlood(socket);
+}
+
+void FakeCamera::bury(QTcpSocket* socket)
+{
+    socket->disconnect();
+    if (!m_buried.contains(socket)) {
+        m_buried.append(socket);
+    }
 }
 
 void FakeCamera::feedFlood(QTcpSocket* socket)

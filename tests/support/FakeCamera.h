@@ -2,18 +2,24 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QThread>
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <functional>
+#include <future>
 #include <mutex>
+#include <thread>
 
+class QAbstractEventDispatcher;
+class QObject;
 class QTcpServer;
 class QTcpSocket;
 
 // A camera on 127.0.0.1 for the tests. Its sockets live on a thread of their own, so it accepts,
 // streams and notices a closed connection while the test's thread is blocked in a connect.
 // As a server it listens and streams to whoever connects; as a client it connects to a server.
-// Every call waits until the camera's thread has done it.
+// Every call waits until the camera's thread has done it. Work reaches that thread through a
+// standard mutex and comes back through a promise, so ThreadSanitizer sees every hand-over.
 class FakeCamera final
 {
 public:
@@ -52,14 +58,30 @@ public:
     QByteArray received() const;
 
 private:
+    struct Job
+    {
+        std::function<void()> work;
+        std::promise<void> done;
+    };
+
+    void run();
     void onCameraThread(const std::function<void()>& work);
     void adopt(QTcpSocket* socket);
+    void bury(QTcpSocket* socket);
     void feedFlood(QTcpSocket* socket);
 
-    QThread m_thread;
-    QObject* m_context;
+    std::mutex m_jobsMutex;
+    std::condition_variable m_ready;
+    std::deque<Job> m_jobs;
+    bool m_stopping = false;
+    QAbstractEventDispatcher* m_dispatcher = nullptr;
+
+    // Camera thread only.
+    QObject* m_context = nullptr;
     QTcpServer* m_server = nullptr;
     QList<QTcpSocket*> m_sockets;
+    // Sockets that ended inside their own signal, deleted once it has returned.
+    QList<QTcpSocket*> m_buried;
     bool m_dropOnAccept = false;
     QByteArray m_floodPattern;
 
@@ -69,4 +91,6 @@ private:
     std::atomic<int> m_endedByPeer { 0 };
     mutable std::mutex m_receivedMutex;
     QByteArray m_received;
+
+    std::thread m_thread;
 };

@@ -23,7 +23,7 @@ int CSessionFactory::createTcpClient(bool, TSharedPtr<ISessionClient>& out)
     auto connection = std::make_shared<TcpClientConnection>(runtime);
     runtime->track(connection);
     auto session = std::make_shared<TcpClientSession>(connection);
-    connection->setSession(session);
+    connection->setSession(session.get());
     out = session;
     return 0;
 }

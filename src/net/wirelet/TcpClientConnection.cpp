@@ -21,14 +21,13 @@ TcpClientConnection::TcpClientConnection(std::shared_ptr<IoRuntime> runtime)
 template <typename Call>
 void TcpClientConnection::deliver(Call&& call)
 {
-    TSharedPtr<ISessionClient> session = m_session.lock();
-    if (!session) {
-        return;
-    }
+    // Shares ownership with this connection, not with the program's handle: a sink call must never
+    // be what keeps the handle alive, or its release would close nothing on the program's thread.
+    TSharedPtr<ISessionClient> session(shared_from_this(), m_session);
     m_gate.pass([&] { call(*m_sink, session); });
 }
 
-void TcpClientConnection::setSession(const std::weak_ptr<ISessionClient>& session)
+void TcpClientConnection::setSession(ISessionClient* session)
 {
     m_session = session;
 }

@@ -28,8 +28,9 @@ public:
 
     explicit TcpClientConnection(std::shared_ptr<IoRuntime> runtime);
 
-    // The session handed to the sink: while it lives, the connection may call the sink.
-    void setSession(const std::weak_ptr<ISessionClient>& session);
+    // The session handed to the sink. Its destructor closes this connection, which waits for a
+    // sink call in flight, so the session outlives every call that names it.
+    void setSession(ISessionClient* session);
 
     int connect(const char* address, bool autoReconnect, ISessionClientSink* sink);
     int close();
@@ -70,7 +71,7 @@ private:
     asio::steady_timer m_retryTimer;
     SocketWriter m_writer;
     SinkGate m_gate;
-    std::weak_ptr<ISessionClient> m_session;
+    ISessionClient* m_session = nullptr;
 
     // Set by connect() before any handler runs, then only read.
     ISessionClientSink* m_sink = nullptr;

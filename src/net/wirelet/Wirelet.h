@@ -106,7 +106,8 @@ public:
     virtual void removeSession(TSharedPtr<ISession>& session) = 0;
 };
 
-// Sink operations of one session never overlap and come on the library's threads.
+// Sink operations of one session never overlap and come on the library's threads. The session
+// handed to a client sink is valid for the call.
 class ISessionClientSink
 {
 public:
