@@ -280,9 +280,8 @@ void tst_TrayLanguage::trayMenuHoldsFourEntriesAndKeepsItsLanguage()
 {
     createWindow();
     QTRY_VERIFY_WITH_TIMEOUT(m_window->findChild<QMenu*>(), 3000);
-    // A bare X server has no tray; the program runs on regardless.
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
-        qInfo("no system tray on this display");
+    // The test's private X server has no tray: all that follows runs without one, as on a bare desktop.
+    QVERIFY(!QSystemTrayIcon::isSystemTrayAvailable());
 
     const QMenu* menu = m_window->findChild<QMenu*>();
     QStringList texts;
