@@ -21,6 +21,14 @@ int ChunkRecorder::record(const char* data, int len, void* context)
     return 0;
 }
 
+void ChunkRecorder::markClosed()
+{
+    m_closed = true;
+    if (m_inFlight.load() > 0) {
+        ++m_callsAfterClose;
+    }
+}
+
 QByteArray ChunkRecorder::bytes() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -11,8 +11,8 @@ public:
     // The DataCallback; context is the recorder.
     static int record(const char* data, int len, void* context);
 
-    // From now on any chunk is a fault.
-    void markClosed() { m_closed = true; }
+    // From now on any chunk, and one still being handed over, is a fault.
+    void markClosed();
 
     QByteArray bytes() const;
     int calls() const { return m_calls.load(); }

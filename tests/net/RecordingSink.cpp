@@ -47,6 +47,10 @@ void RecordingSink::slowReceive(int microseconds)
 void RecordingSink::markClosed()
 {
     m_closed = true;
+    // One still running now was not waited for.
+    if (m_inFlight.load() > 0) {
+        ++m_callsAfterClose;
+    }
 }
 
 void RecordingSink::onConnected(TSharedPtr<ISessionClient>& session)

@@ -26,7 +26,7 @@ public:
     void shareLock(std::mutex* lock);
     // Makes each onReceive last a while, so that a close finds one in flight.
     void slowReceive(int microseconds);
-    // From now on any sink operation is a fault.
+    // From now on any sink operation, and one still running, is a fault.
     void markClosed();
 
     void onConnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionClient>& session) override;

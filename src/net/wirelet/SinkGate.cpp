@@ -3,8 +3,6 @@
 namespace Velko {
 namespace Wirelet {
 
-thread_local const SinkGate* SinkGate::heldByThisThread = nullptr;
-
 void SinkGate::close()
 {
     if (heldByThisThread == this) {

@@ -29,7 +29,7 @@ public:
     bool isClosed() const { return m_closed.load(); }
 
 private:
-    static thread_local const SinkGate* heldByThisThread;
+    static inline thread_local const SinkGate* heldByThisThread = nullptr;
 
     std::mutex m_mutex;
     std::atomic<bool> m_closed { false };
