@@ -236,6 +236,8 @@ void tst_Program::secondInstanceTellsTheUserAndEndsWithMinusOne()
     QProcess* first = startProgram();
     QString firstWindow;
     QTRY_VERIFY_WITH_TIMEOUT(!(firstWindow = visibleWindow(first->processId(), "MainWindow")).isEmpty(), 15000);
+    QTRY_VERIFY_WITH_TIMEOUT(camera.hasPendingConnections(), 15000);
+    std::unique_ptr<QTcpSocket> firstLink(camera.nextPendingConnection());
     const QByteArray configBefore = FileProbe::readAll(configPath());
     const QDateTime modifiedBefore = QFileInfo(configPath()).lastModified();
 
@@ -244,6 +246,8 @@ void tst_Program::secondInstanceTellsTheUserAndEndsWithMinusOne()
     QTRY_VERIFY_WITH_TIMEOUT(!(box = visibleWindow(second->processId(), "Tip")).isEmpty(), 15000);
     QVERIFY(visibleWindow(second->processId(), "MainWindow").isEmpty());
     QCOMPARE(second->state(), QProcess::Running);
+    // Its hidden window opened the stored device too, beside the first instance.
+    QTRY_VERIFY_WITH_TIMEOUT(camera.hasPendingConnections(), 15000);
 
     xdotool({ "windowfocus", "--sync", box });
     xdotool({ "key", "--clearmodifiers", "Return" });
