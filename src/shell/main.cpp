@@ -13,6 +13,11 @@
 
 int main(int argc, char* argv[])
 {
+    // The window draws with the raster engine; probing GLX would load a software GL stack (tens of MB)
+    // that nothing uses.
+    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION")) {
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
+    }
     QApplication app(argc, argv);
 
     bool instanceExists = false;
