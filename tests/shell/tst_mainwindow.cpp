@@ -1,329 +1,181 @@
+#include "FakeCamera.h"
 #include "MainWindow.h"
 #include "TCPSettingWidget.h"
+#include "TestProgramDir.h"
+#include "ToolBar.h"
+#include "XdgAutostartStore.h"
 
-#include <QComboBox>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QSettings>
-#include <QStackedWidget>
-#include <QStandardPaths>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTemporaryDir>
-#include <QTextBlock>
-#include <QTextEdit>
+// Mouse events enter through the window system's input path, so grabs and child lookup work as for a hand.
+#define QTEST_QPA_MOUSE_HANDLING
 #include <QtTest>
-#include <memory>
+#include <QtWidgets>
 
-// The window as the test binary's own: it is never closed through closeEvent, so nothing is
-// written beside the test binary; the settings it touches live in the runner's scratch home.
+// 400 by 300 at (300, 200): the last pixel column is x 399, the last row y 299. Minimum 200 by 150.
+static const QRect kStart(300, 200, 400, 300);
+
+// The windows on a private X server. The test binary's directory, where the build stages Language/,
+// Conf/ and Skins/, stands in for the program's; the runner gives a scratch home.
 class tst_MainWindow final : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void initTestCase() { QVERIFY(QDir::setCurrent(QCoreApplication::applicationDirPath())); }
+    void init() { QVERIFY(TestProgramDir::writeFile("Conf/language.ini", "[language]\nlang=1")); }
+    void cleanup() { m_win.reset(); }
 
-    void dataOfTheDeviceNotOnDisplayIsDropped();
-    void dataPaneCharacterLimit_data();
-    void dataPaneCharacterLimit();
-    void dataPaneKeepsTheNewestBlocks();
-    void switchingDevicesClearsTheDataPane();
-    void clearButtonActsOnPress();
-    void messageLine_data();
-    void messageLine();
-    void messageLineTakesTheAddressShownAtThatMoment();
-    void messagePaneKeepsTheNewestBlocks();
-    void openDeviceFeedsBothPanes();
-    void languageChangeShowsDeviceOneAndRecordsTheChoice();
+    // A row: button, press x y, move to x y (in the window), cursor at the press, geometry x y w h. The
+    // title bar lies at 20, 20, 300 by 48.
+    void edgesResize_data()
+    {
+        QTest::addColumn<QString>("row");
+        QTest::newRow("right band inner end, in") << "L 397 150 297 160 SizeHorCursor 300 200 297 300";
+        QTest::newRow("bottom band inner end") << "L 200 297 220 347 SizeVerCursor 300 200 400 347";
+        QTest::newRow("left band inner end, in") << "L 2 150 100 150 SizeHorCursor 400 200 300 300";
+        QTest::newRow("left edge out") << "L 0 150 -50 140 SizeHorCursor 250 200 450 300";
+        QTest::newRow("top edge in") << "L 200 1 200 60 SizeVerCursor 300 260 400 240";
+        QTest::newRow("top left") << "L 1 1 -20 -10 SizeFDiagCursor 280 190 420 310";
+        QTest::newRow("bottom left") << "L 0 299 -20 320 SizeBDiagCursor 280 200 420 320";
+        QTest::newRow("bottom right inner end") << "L 397 297 420 330 SizeFDiagCursor 300 200 420 330";
+        QTest::newRow("top right") << "L 399 0 420 -20 SizeBDiagCursor 300 180 420 320";
+        QTest::newRow("left edge to the minimum") << "L 0 150 199 150 SizeHorCursor 300 200 400 300";
+        QTest::newRow("top edge to the minimum") << "L 200 0 200 149 SizeVerCursor 300 200 400 300";
+        QTest::newRow("right button only hovers") << "R 399 150 449 150 SizeHorCursor 300 200 400 300";
+        QTest::newRow("title bar drags the window") << "L 60 44 90 54 ArrowCursor 330 210 400 300";
+    }
+
+    void edgesResize()
+    {
+        QFETCH(QString, row);
+        const QStringList c = row.split(' ');
+        const auto n = [&c](int i) { return c[i].toInt(); };
+        const Qt::MouseButton button = c[0] == "L" ? Qt::LeftButton : Qt::RightButton;
+        MainWindowBase window;
+        QVERIFY(show(window));
+        QTest::mousePress(&window, button, {}, { n(1), n(2) });
+        QCOMPARE(QWidget::mouseGrabber() == &window, c[0] == "L" && c[5] != "ArrowCursor"); // a resize holds the mouse
+        QCOMPARE(int(window.cursor().shape()), QMetaEnum::fromType<Qt::CursorShape>().keyToValue(qPrintable(c[5])));
+        QTest::mouseMove(&window, { n(3), n(4) });
+        QTRY_COMPARE(window.geometry(), QRect(n(6), n(7), n(8), n(9)));
+        QTest::mouseRelease(&window, button, {}, { n(3), n(4) });
+        QCOMPARE(QWidget::mouseGrabber(), nullptr);
+    }
+
+    void panesTrayAndAutostart()
+    {
+        const QString name = QCoreApplication::applicationName(), me = QCoreApplication::applicationFilePath();
+        XdgAutostartStore().setValue(name, "/old place/" + name); // left by a copy elsewhere
+        QVERIFY(TestProgramDir::writeFile("Conf/language.ini", "[language]\nlang=0"));
+        m_win.reset(new MainWindow(nullptr, false));
+        m_win->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_win.data()));
+        auto* autostart = m_win->findChild<QCheckBox*>("checkBox_autoApp");
+        QVERIFY(autostart->isChecked());
+        QCOMPARE(XdgAutostartStore().value(name), me);
+        autostart->setChecked(false);
+        QVERIFY(!XdgAutostartStore().contains(name));
+
+        page(2)->setSettings({ 0, 0, "3000", "192.168.0.5", "", "", "" });
+        for (int i = 0; i < 2001; ++i)
+            emit page(2)->sendShowLogData(i ? "连接" : "first"); // device 2, not on display
+        const QString newest = QString("192.168.0.5:3000 : 连接\n").repeated(2000).chopped(1); // the newest 2000 lines
+        QCOMPARE(m_win->findChild<QTextEdit*>("textEdit_log")->toPlainText(), newest);
+
+        // The data pane shows the device on display, up to 20000 characters and the newest 500 lines.
+        auto* data = m_win->findChild<QTextEdit*>("textEdit");
+        emit page(2)->sendShowData("hidden");
+        emit page(1)->sendShowData(QString(19999, 'x'));
+        emit page(1)->sendShowData("y");
+        QCOMPARE(data->toPlainText(), QString(19999, 'x') + "y");
+        emit page(1)->sendShowData("z");
+        QCOMPARE(data->toPlainText(), QString());
+        emit page(1)->sendShowData(QString("L\n").repeated(600));
+        QCOMPARE(data->toPlainText(), QString("L\n").repeated(499));
+        m_win->findChild<QComboBox*>("comboBox_Device")->setCurrentIndex(1);
+        emit page(2)->sendShowData("b");
+        QCOMPARE(data->toPlainText(), QString("b"));
+        QTest::mousePress(m_win->findChild<QWidget*>("btnClearData"), Qt::LeftButton);
+        QCOMPARE(data->toPlainText(), QString());
+
+        QTRY_VERIFY(m_win->findChild<QMenu*>());
+        const QList<QAction*> actions = m_win->findChild<QMenu*>()->actions();
+        QCOMPARE(actions[0]->text() + actions[4]->text(), QString("最大化(&B)退出(&Q)"));
+        QVERIFY(!actions[1]->isEnabled());
+        m_win->findChild<QCheckBox*>("checkBox_minimize")->setChecked(true);
+        actions[1]->trigger();
+        QVERIFY(m_win->isMinimized() && m_win->windowType() == Qt::Tool);
+        m_win->trayiconActivated(QSystemTrayIcon::Trigger);
+        QVERIFY(!m_win->isMinimized() && m_win->windowType() == Qt::Window);
+        actions[0]->trigger();
+        QVERIFY(m_win->isMaximized());
+        m_win->findChild<QCheckBox*>("checkBox_minimize")->setChecked(false);
+        QVERIFY(!actions[1]->isEnabled());
+    }
+
+    // Last: the quit ends the application's event loops.
+    void languageRoundTripKeepsTheDeviceOpenUntilQuit()
+    {
+        FakeCamera camera;
+        QTemporaryDir frames;
+        const QJsonObject dev = TestProgramDir::clientDevice(1, camera.listen(), frames.path());
+        QVERIFY(TestProgramDir::writeFile("TCPconfig.json",
+                                          QJsonDocument(QJsonObject { { "page_Device1", dev } }).toJson()));
+        m_win.reset(new MainWindow(nullptr, false));
+        m_win->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_win.data()));
+        QVERIFY(QFile::remove("TCPconfig.json"));
+        QTRY_COMPARE(camera.openCount(), 1);
+        const QColor lamp = page(1)->findChild<QLabel*>("label_TCP")->grab().toImage().pixelColor(10, 10);
+        QVERIFY(lamp.green() > lamp.red() + 40); // the sheet's green lamp
+        m_win->findChild<QComboBox*>("comboBox_Device")->setCurrentIndex(1);
+        m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(1);
+        QCOMPARE(texts(),
+                 QString("取消|0|设备1|IP 地址|连接|TCP 客户端|IP 地址|断开连接|TCP 客户端|清除数据|Tapwright"));
+        camera.send("[after]");
+        QTRY_COMPARE(m_win->findChild<QTextEdit*>("textEdit")->toPlainText(), QStringLiteral("[after]"));
+        m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(0);
+        QCOMPARE(texts(),
+                 QString("Cancel|1|Device1|IP address|Connect|TCP Client|IP address|Disconnect|TCP Client|Clear "
+                         "data|Tapwright"));
+
+        auto* bar = m_win->findChild<ToolBar*>();
+        QTest::mouseDClick(bar, Qt::LeftButton, {}, { 100, 24 });
+        QVERIFY(m_win->isMaximized() && bar->findChild<QToolButton*>("maxBtn")->property("maxNormal").toBool());
+        QTest::mouseClick(bar->findChild<QToolButton*>("maxBtn"), Qt::LeftButton);
+        QVERIFY(!m_win->isMaximized());
+        QTest::mouseClick(bar->findChild<QToolButton*>("minBtn"), Qt::LeftButton);
+        QVERIFY(m_win->isMinimized());
+        QTRY_VERIFY(m_win->findChild<QMenu*>());
+        m_win->findChild<QMenu*>()->actions().last()->trigger();
+        QVERIFY(QFile::remove("TCPconfig.json")); // saved at the quit
+    }
 
 private:
-    TCPSettingWidget* page(const char* name) const;
-    QTextEdit* dataPane() const;
-    QTextEdit* messagePane() const;
-    QComboBox* deviceBox() const;
-    void createWindow();
-    static QString languageIniPath();
+    // The frameless window with its title bar placed away from the edges, which stay the window's own.
+    static bool show(MainWindowBase& window)
+    {
+        (new ToolBar(&window))->setGeometry(20, 20, 300, 48);
+        window.setMinimumSize(200, 150);
+        window.setGeometry(kStart);
+        window.show();
+        return QTest::qWaitForWindowExposed(&window);
+    }
+    TCPSettingWidget* page(int n) const { return m_win->findChild<TCPSettingWidget*>(QString("page_Device%1").arg(n)); }
+    // What the language shows: Qt's own texts, the language recorded, the window's and both pages' texts.
+    QString texts() const
+    {
+        const QString ini = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/" + qAppName();
+        QString all = QCoreApplication::translate("QPlatformTheme", "Cancel") + "|"
+            + QSettings(ini + "/language.ini", QSettings::IniFormat).value("language/lang").toString();
+        const QRegularExpression names(
+            "^(titleNameLab|btnClearData|comboBox_Device|label_IP|openTcpBtn|comboBox_tcp)$");
+        for (QObject* shown : m_win->findChildren<QObject*>(names))
+            all += "|" + shown->property(shown->inherits("QComboBox") ? "currentText" : "text").toString();
+        return all;
+    }
 
-    std::unique_ptr<MainWindow> m_window;
+    QScopedPointer<MainWindow> m_win;
 };
-
-void tst_MainWindow::init()
-{
-    QFile::remove(languageIniPath());
-}
-
-void tst_MainWindow::cleanup()
-{
-    m_window.reset();
-}
-
-void tst_MainWindow::createWindow()
-{
-    m_window = std::make_unique<MainWindow>(nullptr, false);
-    m_window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
-}
-
-QString tst_MainWindow::languageIniPath()
-{
-    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/" + qAppName() + "/language.ini";
-}
-
-TCPSettingWidget* tst_MainWindow::page(const char* name) const
-{
-    return m_window->findChild<TCPSettingWidget*>(QLatin1String(name));
-}
-
-QTextEdit* tst_MainWindow::dataPane() const
-{
-    return m_window->findChild<QTextEdit*>(QStringLiteral("textEdit"));
-}
-
-QTextEdit* tst_MainWindow::messagePane() const
-{
-    return m_window->findChild<QTextEdit*>(QStringLiteral("textEdit_log"));
-}
-
-QComboBox* tst_MainWindow::deviceBox() const
-{
-    return m_window->findChild<QComboBox*>(QStringLiteral("comboBox_Device"));
-}
-
-void tst_MainWindow::dataOfTheDeviceNotOnDisplayIsDropped()
-{
-    createWindow();
-    QCOMPARE(deviceBox()->currentIndex(), 0);
-
-    emit page("page_Device2")->sendShowData(QStringLiteral("from two"));
-    QCOMPARE(dataPane()->toPlainText(), QString());
-
-    emit page("page_Device1")->sendShowData(QStringLiteral("from one"));
-    QCOMPARE(dataPane()->toPlainText(), QStringLiteral("from one"));
-
-    // Messages of the hidden device still reach the message pane.
-    emit page("page_Device2")->sendShowLogData(QStringLiteral("two speaks"));
-    QVERIFY(messagePane()->toPlainText().endsWith(QStringLiteral(" : two speaks")));
-}
-
-void tst_MainWindow::dataPaneCharacterLimit_data()
-{
-    QTest::addColumn<QList<int>>("chunks");
-    QTest::addColumn<int>("expectedLength");
-
-    QTest::newRow("exactly the limit stays") << QList<int> { 19999, 1 } << 20000;
-    QTest::newRow("one over empties the pane") << QList<int> { 19999, 2 } << 0;
-    QTest::newRow("a single chunk over goes at once") << QList<int> { 20001 } << 0;
-    QTest::newRow("filling again after emptying") << QList<int> { 20001, 5 } << 5;
-    QTest::newRow("empty data changes nothing") << QList<int> { 10, 0 } << 10;
-}
-
-void tst_MainWindow::dataPaneCharacterLimit()
-{
-    QFETCH(QList<int>, chunks);
-    QFETCH(int, expectedLength);
-
-    createWindow();
-    for (int length : chunks) {
-        emit page("page_Device1")->sendShowData(QString(length, QLatin1Char('x')));
-    }
-    QCOMPARE(dataPane()->toPlainText().length(), expectedLength);
-    // Text without line breaks stays one block.
-    QCOMPARE(dataPane()->document()->blockCount(), 1);
-}
-
-void tst_MainWindow::dataPaneKeepsTheNewestBlocks()
-{
-    createWindow();
-    QString lines;
-    for (int i = 0; i < 600; ++i) {
-        lines += QStringLiteral("L%1\n").arg(i);
-    }
-    emit page("page_Device1")->sendShowData(lines);
-
-    QCOMPARE(dataPane()->document()->blockCount(), 500);
-    QVERIFY2(dataPane()->toPlainText().startsWith(QStringLiteral("L101\n")),
-             qPrintable(dataPane()->toPlainText().left(20)));
-    // The next text follows the newest line, not the cursor's old place.
-    emit page("page_Device1")->sendShowData(QStringLiteral("tail"));
-    QVERIFY(dataPane()->toPlainText().endsWith(QStringLiteral("L599\ntail")));
-}
-
-void tst_MainWindow::switchingDevicesClearsTheDataPane()
-{
-    createWindow();
-    auto* stack = m_window->findChild<QStackedWidget*>(QStringLiteral("stackedWidget"));
-    emit page("page_Device1")->sendShowData(QStringLiteral("one"));
-    emit page("page_Device2")->sendShowData(QStringLiteral("two before"));
-    emit page("page_Device1")->sendShowLogData(QStringLiteral("kept"));
-    const QString messages = messagePane()->toPlainText();
-
-    deviceBox()->setCurrentIndex(1);
-    QCOMPARE(stack->currentWidget(), page("page_Device2"));
-    QCOMPARE(dataPane()->toPlainText(), QString());
-    QCOMPARE(messagePane()->toPlainText(), messages);
-
-    emit page("page_Device1")->sendShowData(QStringLiteral("one later"));
-    emit page("page_Device2")->sendShowData(QStringLiteral("two"));
-    QCOMPARE(dataPane()->toPlainText(), QStringLiteral("two"));
-
-    deviceBox()->setCurrentIndex(0);
-    QCOMPARE(stack->currentWidget(), page("page_Device1"));
-    QCOMPARE(dataPane()->toPlainText(), QString());
-}
-
-void tst_MainWindow::clearButtonActsOnPress()
-{
-    createWindow();
-    emit page("page_Device1")->sendShowData(QStringLiteral("data"));
-    emit page("page_Device1")->sendShowLogData(QStringLiteral("message"));
-    const QString messages = messagePane()->toPlainText();
-    QVERIFY(!messages.isEmpty());
-
-    auto* button = m_window->findChild<QPushButton*>(QStringLiteral("btnClearData"));
-    QTest::mousePress(button, Qt::LeftButton);
-    QCOMPARE(dataPane()->toPlainText(), QString());
-    QCOMPARE(messagePane()->toPlainText(), messages);
-    QTest::mouseRelease(button, Qt::LeftButton);
-}
-
-void tst_MainWindow::messageLine_data()
-{
-    QTest::addColumn<QString>("ip");
-    QTest::addColumn<QString>("port");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("address, port and text") << "192.168.0.5"
-                                            << "3000"
-                                            << "abc"
-                                            << "192.168.0.5:3000 : abc";
-    QTest::newRow("empty text keeps the address part") << "10.0.0.7"
-                                                       << "502"
-                                                       << ""
-                                                       << "10.0.0.7:502 : ";
-    QTest::newRow("empty fields") << ""
-                                  << ""
-                                  << "no address"
-                                  << ": : no address";
-    QTest::newRow("text in Chinese") << "127.0.0.1"
-                                     << "9000"
-                                     << "连接成功"
-                                     << "127.0.0.1:9000 : 连接成功";
-}
-
-void tst_MainWindow::messageLine()
-{
-    QFETCH(QString, ip);
-    QFETCH(QString, port);
-    QFETCH(QString, text);
-    QFETCH(QString, expected);
-
-    createWindow();
-    TCPSettingWidget* second = page("page_Device2");
-    second->findChild<QLineEdit*>(QStringLiteral("lineEdit_IP"))->setText(ip);
-    second->findChild<QLineEdit*>(QStringLiteral("lineEdit_port"))->setText(port);
-
-    const int blocksBefore = messagePane()->toPlainText().isEmpty() ? 0 : messagePane()->document()->blockCount();
-    emit second->sendShowLogData(text);
-    QCOMPARE(messagePane()->document()->blockCount(), blocksBefore + 1);
-    QCOMPARE(messagePane()->document()->lastBlock().text(), expected);
-}
-
-void tst_MainWindow::messageLineTakesTheAddressShownAtThatMoment()
-{
-    createWindow();
-    TCPSettingWidget* first = page("page_Device1");
-    auto* ipField = first->findChild<QLineEdit*>(QStringLiteral("lineEdit_IP"));
-    auto* portField = first->findChild<QLineEdit*>(QStringLiteral("lineEdit_port"));
-    ipField->setText(QStringLiteral("10.1.1.1"));
-    portField->setText(QStringLiteral("1"));
-    emit first->sendShowLogData(QStringLiteral("a"));
-    ipField->setText(QStringLiteral("10.2.2.2"));
-    portField->setText(QStringLiteral("2"));
-    emit first->sendShowLogData(QStringLiteral("b"));
-
-    const QStringList lines = messagePane()->toPlainText().split(QLatin1Char('\n'));
-    QVERIFY(lines.size() >= 2);
-    QCOMPARE(lines.mid(lines.size() - 2), (QStringList { "10.1.1.1:1 : a", "10.2.2.2:2 : b" }));
-}
-
-void tst_MainWindow::messagePaneKeepsTheNewestBlocks()
-{
-    createWindow();
-    TCPSettingWidget* first = page("page_Device1");
-    first->findChild<QLineEdit*>(QStringLiteral("lineEdit_IP"))->setText(QStringLiteral("h"));
-    first->findChild<QLineEdit*>(QStringLiteral("lineEdit_port"))->setText(QStringLiteral("1"));
-    messagePane()->clear();
-    for (int i = 0; i < 2100; ++i) {
-        emit first->sendShowLogData(QStringLiteral("m%1").arg(i));
-    }
-    QCOMPARE(messagePane()->document()->blockCount(), 2000);
-    QCOMPARE(messagePane()->document()->firstBlock().text(), QStringLiteral("h:1 : m100"));
-    QCOMPARE(messagePane()->document()->lastBlock().text(), QStringLiteral("h:1 : m2099"));
-}
-
-void tst_MainWindow::openDeviceFeedsBothPanes()
-{
-    QTcpServer camera;
-    QVERIFY(camera.listen(QHostAddress(QStringLiteral("127.0.0.1")), 0));
-    QTemporaryDir frames;
-    QVERIFY(frames.isValid());
-
-    createWindow();
-    TCPSettings settings;
-    settings.status = 1;
-    settings.tcpType = 0;
-    settings.tcpClientIP = QStringLiteral("127.0.0.1");
-    settings.tcpPort = QString::number(camera.serverPort());
-    settings.fileDir = frames.path();
-    settings.startChar = QStringLiteral("[");
-    settings.endChar = QStringLiteral("]");
-    page("page_Device1")->setSettings(settings);
-
-    QTRY_VERIFY_WITH_TIMEOUT(camera.hasPendingConnections(), 10000);
-    std::unique_ptr<QTcpSocket> link(camera.nextPendingConnection());
-    const QString address = QStringLiteral("127.0.0.1:%1 : ").arg(camera.serverPort());
-    QTRY_VERIFY_WITH_TIMEOUT(messagePane()->toPlainText().contains(address), 10000);
-
-    link->write("[frame-1]");
-    QTRY_COMPARE_WITH_TIMEOUT(dataPane()->toPlainText(), QStringLiteral("[frame-1]"), 10000);
-    QTRY_COMPARE_WITH_TIMEOUT(QDir(frames.path()).entryList({ "*.txt" }, QDir::Files).size(), 1, 10000);
-
-    // With the other device on display the text goes to the file only.
-    deviceBox()->setCurrentIndex(1);
-    link->write("[frame-2]");
-    QTRY_COMPARE_WITH_TIMEOUT(QDir(frames.path()).entryList({ "*.txt" }, QDir::Files).size(), 2, 10000);
-    QCOMPARE(dataPane()->toPlainText(), QString());
-}
-
-void tst_MainWindow::languageChangeShowsDeviceOneAndRecordsTheChoice()
-{
-    createWindow();
-    // Every start records the language, also when nothing changed.
-    QCOMPARE(QSettings(languageIniPath(), QSettings::IniFormat).value("language/lang").toInt(), 1);
-
-    auto* languageBox = m_window->findChild<QComboBox*>(QStringLiteral("languageBox"));
-    QCOMPARE(languageBox->currentIndex(), 0);
-    deviceBox()->setCurrentIndex(1);
-    emit page("page_Device2")->sendShowData(QStringLiteral("two"));
-    emit page("page_Device2")->sendShowLogData(QStringLiteral("message"));
-    const QString messages = messagePane()->toPlainText();
-
-    languageBox->setCurrentIndex(1);
-    QCOMPARE(QSettings(languageIniPath(), QSettings::IniFormat).value("language/lang").toInt(), 0);
-    QCOMPARE(deviceBox()->count(), 2);
-    QCOMPARE(deviceBox()->currentIndex(), 0);
-    QCOMPARE(m_window->findChild<QStackedWidget*>(QStringLiteral("stackedWidget"))->currentIndex(), 0);
-    QCOMPARE(dataPane()->toPlainText(), QString());
-    QCOMPARE(messagePane()->toPlainText(), messages);
-    QCOMPARE(languageBox->itemText(0), QStringLiteral("English"));
-    QCOMPARE(languageBox->itemText(1), QStringLiteral("中文"));
-
-    languageBox->setCurrentIndex(0);
-    QCOMPARE(QSettings(languageIniPath(), QSettings::IniFormat).value("language/lang").toInt(), 1);
-}
 
 QTEST_MAIN(tst_MainWindow)
 #include "tst_mainwindow.moc"

@@ -1,81 +1,40 @@
 #include "RecordingKeyInjector.h"
 
-#include <chrono>
 #include <thread>
-
-RecordingKeyInjector::RecordingKeyInjector(bool available)
-    : m_available(available)
-{
-}
-
-void RecordingKeyInjector::setRefusing(bool refusing)
-{
-    m_refusing = refusing;
-}
-
-int RecordingKeyInjector::refusedAttempts() const
-{
-    return m_refusedAttempts;
-}
-
-bool RecordingKeyInjector::isAvailable() const
-{
-    return m_available;
-}
 
 int RecordingKeyInjector::sendCharacter(unsigned int code, bool down)
 {
-    if (m_refusing) {
-        ++m_refusedAttempts;
-        return 0;
-    }
-    record(QString("char %1 %2").arg(code).arg(down ? "down" : "up"));
-    return 1;
+    return record(QString("char %1 %2").arg(code).arg(down ? "down" : "up")) ? 1 : 0;
 }
 
 int RecordingKeyInjector::sendVirtualKeys(const QVector<VirtualKeyEvent>& events)
 {
-    if (m_refusing) {
-        ++m_refusedAttempts;
-        return 0;
-    }
     QStringList keys;
     for (const VirtualKeyEvent& event : events) {
         keys.append(QString("%1 %2").arg(event.virtualKey).arg(event.down ? "down" : "up"));
     }
-    record("keys " + keys.join(", "));
-    return events.size();
+    return record("keys " + keys.join(", ")) ? events.size() : 0;
 }
 
 void RecordingKeyInjector::tapCharacterKey(char c)
 {
-    record(QString("tap %1").arg(static_cast<int>(static_cast<unsigned char>(c))));
+    record(QString("tap %1").arg(static_cast<unsigned char>(c)));
 }
 
 void RecordingKeyInjector::pause(int milliseconds)
 {
-    if (!m_refusing) {
+    if (!refusing) {
         record(QString("pause %1").arg(milliseconds));
     }
-    if (milliseconds > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-    } else {
-        std::this_thread::yield();
-    }
-}
-
-void RecordingKeyInjector::finishTyping()
-{
-    record("finish");
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 QStringList RecordingKeyInjector::events() const
 {
-    // A list of its own: a shared copy would hand the array between threads through Qt's
-    // reference count, which ThreadSanitizer cannot see into.
+    // A deep copy: a shared one would hand the array between threads through Qt's reference
+    // count, which ThreadSanitizer cannot see into.
     std::lock_guard<std::mutex> lock(m_mutex);
     QStringList copy;
-    copy.reserve(m_events.size());
     for (const QString& event : m_events) {
         copy.append(event);
     }
@@ -93,19 +52,13 @@ QStringList RecordingKeyInjector::keyEvents() const
     return keys;
 }
 
-int RecordingKeyInjector::finishCount() const
+bool RecordingKeyInjector::record(const QString& event)
 {
-    return events().count("finish");
-}
-
-void RecordingKeyInjector::clear()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_events.clear();
-}
-
-void RecordingKeyInjector::record(const QString& event)
-{
+    if (refusing && event != "finish") {
+        ++refusedAttempts;
+        return false;
+    }
     std::lock_guard<std::mutex> lock(m_mutex);
     m_events.append(event);
+    return true;
 }

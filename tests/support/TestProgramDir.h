@@ -1,28 +1,24 @@
 #pragma once
 
-#include <QByteArray>
-#include <QJsonObject>
-#include <QString>
+#include <QtCore>
 
-// The test binary's own directory standing in for the program directory: in-process windows read
-// Conf/, Language/ and Skins/ beside the running binary and write TCPconfig.json there.
+// In-process windows take the test binary's directory for the program's: they read Conf/, Language/
+// and Skins/ beside it and write TCPconfig.json there. Whole-program tests use a scratch copy.
 namespace TestProgramDir {
 
-QString path(const QString& relative);
-
 // Replaces the file, creating its directory; false when it could not be written.
-bool writeFile(const QString& relative, const QByteArray& bytes);
+inline bool writeFile(const QString& file, const QByteArray& bytes)
+{
+    QFile out(file);
+    return QDir().mkpath(QFileInfo(file).path()) && out.open(QIODevice::WriteOnly) && out.write(bytes) == bytes.size();
+}
 
-// The language the program starts in, as the ini beside it says.
-bool writeLanguageIni(const QByteArray& langValue);
-
-// TCPconfig.json with one member per page.
-bool writeDeviceConfig(const QJsonObject& pages);
-
-// One page's member of TCPconfig.json: a client device at 127.0.0.1.
-QJsonObject clientDevice(int status, quint16 port, const QString& fileDir);
-
-// Removes what a run leaves beside the program and restores the shipped language default.
-void restore();
+// One page's member of TCPconfig.json: a client device at 127.0.0.1 whose frames run from [ to ].
+inline QJsonObject clientDevice(int status, quint16 port, const QString& fileDir)
+{
+    const QString text = R"({"Status": %1, "TcpType": 0, "TcpPort": "%2", "TcpClientIP": "127.0.0.1", )"
+                         R"("FileDir": "%3", "StartChar": "[", "EndChar": "]"})";
+    return QJsonDocument::fromJson(text.arg(status).arg(port).arg(fileDir).toUtf8()).object();
+}
 
 } // namespace TestProgramDir

@@ -1,0 +1,101 @@
+#include "LogRetention.h"
+#include "Logger.h"
+
+#include <QtTest>
+#include <thread>
+
+// The log lives as long as its process, so this runs in a fresh copy of the test program.
+[[noreturn]] static void writeLog(const std::string& path)
+{
+    bool (*const plain[])(const std::string&)
+        = { Logger::fatal, Logger::error, Logger::warn, Logger::info, Logger::debug };
+    bool (*const formatted[])(const char*, ...)
+        = { Logger::fatal, Logger::error, Logger::warn, Logger::info, Logger::debug };
+    Logger::info(std::string("before open"));
+    Logger::open(path);
+    Logger::open("other.txt");
+    for (int level = LOG_FATAL; level <= LOG_DEBUG; ++level)
+        formatted[level]("%d!", level);
+    Logger::setLevel(LOG_DEBUG);
+    for (int level = LOG_FATAL; level <= LOG_DEBUG; ++level)
+        plain[level](std::to_string(level) + "% %s");
+    Logger::info(std::string(600, 'x'));
+    Logger::info("%s", std::string(600, 'y').c_str());
+    Logger::beginScope("outer");
+    Logger::beginScope("inner");
+    Logger::writeStackTrace();
+    while (!Logger::endScope().empty()) { }
+    const auto writeLines = [](char c) {
+        for (int i = 0; i < 300; ++i)
+            Logger::info(std::string(200, c) + std::to_string(i));
+    };
+    std::thread other(writeLines, 'B');
+    writeLines('A');
+    other.join();
+    std::exit(0);
+}
+
+class tst_log final : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+
+public:
+    tst_log()
+    {
+        // A copy started with "--log <path>" writes that log and ends there.
+        if (QCoreApplication::arguments().value(1) == "--log")
+            writeLog(QCoreApplication::arguments().value(2).toStdString());
+        // Copies run under German, where "%X %x" reads "14:03:07 21.06.24"; the log must not follow.
+        QProcess::execute("localedef", { "-i", "de_DE", "-f", "UTF-8", m_dir.filePath("de_DE.UTF-8") });
+        qputenv("LOCPATH", QFile::encodeName(m_dir.path()));
+        qputenv("LC_ALL", "de_DE.UTF-8");
+    }
+
+private slots:
+    void linesGoToConsoleAndFile()
+    {
+        QTemporaryDir dir;
+        QFile log(dir.filePath("log.txt"));
+        QVERIFY(log.open(QIODevice::ReadWrite | QIODevice::Unbuffered) && log.write("earlier run\n") == 12);
+        QProcess child;
+        child.start(QCoreApplication::applicationFilePath(), { "--log", log.fileName() });
+        QVERIFY(child.waitForFinished() && child.exitCode() == 0);
+
+        // Each line without its time stamp, in the C locale's form; sorted, as threads mix their lines.
+        const auto unstamped = [](const QByteArray& text) {
+            static const QRegularExpression stamp(R"((?m)^\[\d\d:\d\d:\d\d \d\d/\d\d/\d\d\] )");
+            QByteArrayList lines = QString::fromUtf8(text).remove(stamp).toUtf8().split('\n');
+            std::sort(lines.begin(), lines.end());
+            return lines;
+        };
+        // Debug is below the first threshold; text is cut to 511 bytes a line.
+        QByteArray lines = "INFO  - LOG INITIALISED\nFATAL - 0!\nERROR - 1!\nWARN  - 2!\nINFO  - 3!\nFATAL - 0% %s\n"
+                           "ERROR - 1% %s\nWARN  - 2% %s\nINFO  - 3% %s\nDEBUG - 4% %s\nDEBUG - outer BEGIN\n"
+                           "DEBUG - inner BEGIN\n---Stack Trace---\n| outer\n| inner\n-----------------\n"
+                           "DEBUG - inner END\nDEBUG - outer END\nINFO  - LOG FINALISED\n";
+        lines += "INFO  - " + QByteArray(483, 'x') + "\nINFO  - " + QByteArray(483, 'y') + '\n';
+        for (const char c : { 'A', 'B' })
+            for (int i = 0; i < 300; ++i)
+                lines += "INFO  - " + QByteArray(200, c) + QByteArray::number(i) + '\n';
+        QCOMPARE(unstamped(log.readAll()), unstamped(lines));
+        QCOMPARE(unstamped(child.readAllStandardOutput()), unstamped("INFO  - before open\n" + lines));
+    }
+
+    void oldTextFilesGo()
+    {
+        QTemporaryDir dir;
+        for (const char* name : { "UPPER.TXT", "log.txt", "notes.log" })
+            QVERIFY(QFile(dir.filePath(name)).open(QIODevice::WriteOnly));
+        // The age counts the midnights passed since the file was made.
+        const QDate made = QFileInfo(dir.filePath("log.txt")).lastModified().date();
+        purgeOldLogs(dir.path(), QDateTime(made.addDays(2), QTime(23, 59, 59)));
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files).join(' '), QString("log.txt notes.log UPPER.TXT"));
+        purgeOldLogs(dir.path(), QDateTime(made.addDays(3), QTime(0, 0, 1)));
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files).join(' '), QString("notes.log"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_log)
+#include "tst_log.moc"

@@ -1,0 +1,66 @@
+#include "ScratchWorker.h"
+
+#include "FileProbe.h"
+#include "Logger.h"
+
+#include <QDeadlineTimer>
+#include <QThread>
+
+namespace {
+
+const QByteArray kPrefix = "The package barcode info is :";
+QTemporaryDir* logDir = nullptr;
+qint64 logOffset = 0;
+
+} // namespace
+
+ScratchWorker::ScratchWorker(const QString& start, const QString& end)
+{
+    thread.setStartEndChar(start, end);
+    thread.setFileDir(m_dir.path());
+}
+
+ScratchWorker::~ScratchWorker()
+{
+    thread.stopThread();
+}
+
+bool ScratchWorker::push(const QByteArray& bytes)
+{
+    thread.pushData(bytes.constData(), bytes.size());
+    const QDeadlineTimer deadline(15000);
+    while (thread.pendingBytes() > 0 && !deadline.hasExpired()) {
+        QThread::msleep(1);
+    }
+    return thread.pendingBytes() == 0;
+}
+
+QByteArrayList ScratchWorker::frames() const
+{
+    QByteArrayList frames;
+    for (const QByteArray& content : FileProbe::textFileContents(m_dir.path())) {
+        frames.append(content.startsWith(kPrefix) ? content.mid(kPrefix.size()) : content);
+    }
+    return frames;
+}
+
+bool ScratchWorker::openLog()
+{
+    logDir = new QTemporaryDir;
+    return Logger::open(logDir->filePath("log.txt").toStdString());
+}
+
+QStringList ScratchWorker::logSince()
+{
+    const QByteArray all = FileProbe::readAll(logDir->filePath("log.txt"));
+    const QByteArray added = all.mid(logOffset);
+    logOffset = all.size();
+    QStringList messages;
+    for (const QByteArray& line : added.split('\n')) {
+        const int separator = line.indexOf(" - ");
+        if (separator >= 0) {
+            messages << QString::fromUtf8(line.mid(separator + 3));
+        }
+    }
+    return messages;
+}

@@ -1,0 +1,379 @@
+#include "RecordingKeyInjector.h"
+#include "ScratchWorker.h"
+
+#include <QtTest>
+#include <initializer_list>
+#include <memory>
+#include <thread>
+
+namespace {
+
+constexpr int kWaitMs = 15000;
+
+// A step of a framing row that waits for this many frame files instead of pushing bytes: a file
+// written by the silence flush proves the silence has happened.
+QByteArray waitForFiles(int count)
+{
+    return "\x01" + QByteArray::number(count);
+}
+
+// A frame that fills exactly one chunk.
+QByteArray chunkFrame(const QByteArray& tag)
+{
+    return "#" + tag + QByteArray(DataThread::kChunkSize - 2 - tag.size(), '.') + "$";
+}
+
+const QString kDataLine = "[INFO] The Tapwright outputs data:";
+
+QStringList typed(const QByteArray& bytes)
+{
+    QStringList events;
+    for (const char byte : bytes) {
+        const int code = static_cast<unsigned char>(byte);
+        events << QString("char %1 down").arg(code) << QString("char %1 up").arg(code);
+    }
+    return events;
+}
+
+QString chord(std::initializer_list<int> keys)
+{
+    QStringList parts;
+    for (const int key : keys) {
+        parts << QString("%1 down").arg(key);
+    }
+    for (const int key : keys) {
+        parts << QString("%1 up").arg(key);
+    }
+    return "keys " + parts.join(", ");
+}
+
+// Exactly one worker read, so what follows it in the same push is a chunk of its own.
+QByteArray fullChunk(const QByteArray& ending)
+{
+    return QByteArray(DataThread::kChunkSize - ending.size(), 'x') + ending;
+}
+
+} // namespace
+
+class tst_pipeline final : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY(ScratchWorker::openLog()); }
+    void framesReachFiles_data();
+    void framesReachFiles();
+    void pushKeepsToTheLimit_data();
+    void pushKeepsToTheLimit();
+    void stopAndRestartBeginAfresh();
+    void concurrentPushersKeepTheirOrder();
+    void unfinishedFrameIsBounded();
+
+    void init();
+    void cleanup() { m_worker.reset(); } // the worker goes before the injector it types through
+    void typesStreamAsKeys_data();
+    void typesStreamAsKeys();
+    void outputSpeedSetsPause_data();
+    void outputSpeedSetsPause();
+    void refusedInjectorDoesNotHoldUpStop();
+    void missingDisplayIsLoggedOncePerStart();
+
+private:
+    void startTyping(const QByteArray& input, KeyInjector* injector);
+    bool typingSettled() const { return !m_keys->keyEvents().isEmpty() && m_keys->events().endsWith("finish"); }
+
+    std::unique_ptr<ScratchWorker> m_worker;
+    std::unique_ptr<RecordingKeyInjector> m_keys;
+};
+
+void tst_pipeline::framesReachFiles_data()
+{
+    QTest::addColumn<QString>("start");
+    QTest::addColumn<QString>("end");
+    QTest::addColumn<QByteArrayList>("steps");
+    QTest::addColumn<QByteArrayList>("frames");
+
+    const auto row
+        = [](const char* name, QByteArrayList steps, QByteArrayList frames, QString start = "#", QString end = "$") {
+              QTest::newRow(name) << start << end << steps << frames;
+          };
+    const QByteArray forty(40, 'k');
+    const QByteArray padding(126, 'a');
+    row("one chunk", { "#ABC$" }, { "ABC" });
+    row("completed by the next chunk", { "#ABC$#DE", "F$" }, { "ABC", "DEF" });
+    row("text before the start", { "ZZ#AB", "D$" }, { "ABD" });
+    row("stray end", { "ABC$XY", "#D$" }, { "D" });
+    row("empty frame", { "#$", "#Z$" }, { "Z" });
+    row("behind an empty frame", { "#$#A$", waitForFiles(1), "#Z$" }, { "A", "Z" });
+    row("second start", { "##A$" }, { "#A" });
+    row("silence writes one carried frame", { "#ABC$#DEF$#GHI$", waitForFiles(2), "#Z$" }, { "ABC", "DEF", "Z" });
+    row("one frame a chunk", { "#ABC$#DEF$#GHI$", "x" }, { "ABC", "DEF", "GHI" });
+    row("long open start", { "pre#" + forty, "$" }, { forty });
+    row("long open start at the silence", { "#X$#Y$#" + forty, waitForFiles(2), "$", "#Z$" }, { "X", "Y", "Z" });
+    row("carried behind the first end", { "x$y#" + forty, "$" }, { forty });
+    row("short start", { "zz#0123456789", "$" }, { "0123456789" });
+    row("two-character markers", { "<<A>>", "<<Z>>" }, { "<A", "<Z" }, "<<", ">>");
+    row("zero byte", { QByteArray("#A\0B$", 5), "C$" }, { "AC" });
+    row("UTF-8 cut by the chunk", { "#" + padding + "\xC3", "\xA9$" }, { padding + "\xEF\xBF\xBD\xEF\xBF\xBD" });
+    row("multi-byte characters", { "#\xE4\xB8\xAD\xC3\xA9$" }, { "\xE4\xB8\xAD\xC3\xA9" });
+    row("line ends", { "#A\r\nB\rC\nD$", "#\r\n$" }, { "ABCD", "" });
+    row("equal start and end", { "#A#", "#B##C#" }, {}, "#", "#");
+}
+
+void tst_pipeline::framesReachFiles()
+{
+    QFETCH(QString, start);
+    QFETCH(QString, end);
+    QFETCH(QByteArrayList, steps);
+    QFETCH(QByteArrayList, frames);
+
+    ScratchWorker worker(start, end);
+    QVERIFY(worker.thread.startThread());
+    for (const QByteArray& step : steps) {
+        if (step.startsWith('\x01')) {
+            QTRY_COMPARE_WITH_TIMEOUT(worker.frames().size(), step.mid(1).toInt(), kWaitMs);
+        } else {
+            QVERIFY(worker.push(step));
+        }
+    }
+    if (frames.isEmpty()) {
+        QTest::qWait(300); // past the silence: nothing may come late
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), frames, kWaitMs);
+}
+
+void tst_pipeline::pushKeepsToTheLimit_data()
+{
+    QTest::addColumn<QList<int>>("pushes");
+    QTest::addColumn<int>("kept");
+    QTest::newRow("small") << QList<int> { 100 } << 100;
+    QTest::newRow("exactly the limit") << QList<int> { 4096 } << 4096;
+    QTest::newRow("above the limit") << QList<int> { 5000 } << 4096;
+    QTest::newRow("second push cut") << QList<int> { 3000, 3000 } << 4096;
+    QTest::newRow("into a full buffer") << QList<int> { 4096, 10 } << 4096;
+    QTest::newRow("empty and negative") << QList<int> { 0, -5, 7 } << 7;
+}
+
+void tst_pipeline::pushKeepsToTheLimit()
+{
+    QFETCH(QList<int>, pushes);
+    QFETCH(int, kept);
+    DataThread thread;
+    const QByteArray bytes(8192, 'b');
+    for (int len : pushes) {
+        thread.pushData(bytes.constData(), len);
+    }
+    QCOMPARE(thread.pendingBytes(), kept);
+    QVERIFY(thread.stopThread()); // a worker never started keeps what it holds
+    QCOMPARE(thread.pendingBytes(), kept);
+}
+
+void tst_pipeline::stopAndRestartBeginAfresh()
+{
+    ScratchWorker worker;
+    QVERIFY(worker.thread.startThread());
+    QVERIFY(worker.push("#carried"));
+    const QByteArray noise(DataThread::kBufferLimit, 'n');
+    worker.thread.pushData(noise.constData(), noise.size());
+    QVERIFY(worker.thread.stopThread());
+    QVERIFY(worker.thread.isFinished());
+    QCOMPARE(worker.thread.pendingBytes(), 0);
+
+    worker.thread.pushData("#stale$", 7);
+    QVERIFY(worker.thread.startThread());
+    QCOMPARE(worker.thread.pendingBytes(), 0);
+    // Without the carried start this end closes nothing.
+    QVERIFY(worker.push("tail$"));
+    QVERIFY(worker.push("#fresh$"));
+    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "fresh" }, kWaitMs);
+}
+
+void tst_pipeline::concurrentPushersKeepTheirOrder()
+{
+    ScratchWorker worker;
+    QVERIFY(worker.thread.startThread());
+    constexpr int kFrames = 40;
+    // Each waits for room for both, so neither overruns the limit.
+    auto pusher = [&worker](char name) {
+        for (int i = 0; i < kFrames; ++i) {
+            while (worker.thread.pendingBytes() > DataThread::kBufferLimit - 2 * DataThread::kChunkSize) {
+                QThread::msleep(1);
+            }
+            const QByteArray frame = chunkFrame(name + QByteArray::number(100 + i));
+            worker.thread.pushData(frame.constData(), frame.size());
+        }
+    };
+    std::thread first(pusher, 'p');
+    std::thread second(pusher, 'q');
+    first.join();
+    second.join();
+
+    QTRY_COMPARE_WITH_TIMEOUT(worker.frames().size(), 2 * kFrames, kWaitMs);
+    QByteArrayList ofP;
+    QByteArrayList ofQ;
+    for (const QByteArray& frame : worker.frames()) {
+        const QByteArray tag = frame.left(4);
+        QCOMPARE(frame, chunkFrame(tag).mid(1, DataThread::kChunkSize - 2));
+        (tag.startsWith('p') ? ofP : ofQ).append(tag.mid(1));
+    }
+    for (int i = 0; i < kFrames; ++i) {
+        QCOMPARE(ofP.value(i).toInt(), 100 + i);
+        QCOMPARE(ofQ.value(i).toInt(), 100 + i);
+    }
+}
+
+void tst_pipeline::unfinishedFrameIsBounded()
+{
+    ScratchWorker worker;
+    QVERIFY(worker.thread.startThread());
+    ScratchWorker::logSince();
+    // Fed fast enough that no silence flush comes between.
+    const QByteArray stream = "#" + QByteArray(DataThread::kFileCarryLimit + 4096, 'x') + "$";
+    for (int offset = 0; offset < stream.size(); offset += 1024) {
+        QTRY_VERIFY(worker.thread.pendingBytes() <= DataThread::kBufferLimit - 1024);
+        worker.thread.pushData(stream.constData() + offset, std::min(1024, int(stream.size()) - offset));
+    }
+    QVERIFY(worker.push("#next$"));
+    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "next" }, kWaitMs);
+
+    const QStringList lines = ScratchWorker::logSince();
+    QCOMPARE(lines.size(), 1);
+    const QRegularExpressionMatch match
+        = QRegularExpression(
+              R"(^\[INFO\] Dropped (\d+) characters of an unfinished frame: no end text within 65536 characters\.$)")
+              .match(lines.first());
+    QVERIFY2(match.hasMatch(), qPrintable(lines.first()));
+    QVERIFY(match.captured(1).toInt() > DataThread::kFileCarryLimit);
+    QVERIFY(match.captured(1).toInt() <= DataThread::kFileCarryLimit + DataThread::kChunkSize);
+}
+
+void tst_pipeline::init()
+{
+    m_keys = std::make_unique<RecordingKeyInjector>();
+    m_worker = std::make_unique<ScratchWorker>();
+    ScratchWorker::logSince();
+}
+
+void tst_pipeline::startTyping(const QByteArray& input, KeyInjector* injector)
+{
+    m_worker->thread.setKeyInjector(injector);
+    m_worker->thread.setKeyOutput(true);
+    QVERIFY(m_worker->thread.startThread());
+    m_worker->thread.pushData(input.constData(), input.size());
+}
+
+void tst_pipeline::typesStreamAsKeys_data()
+{
+    QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<QStringList>("logged");
+
+    const auto row
+        = [](const char* name, const QByteArray& input, const QStringList& expected, const QStringList& logged = {}) {
+              QTest::newRow(name) << input << expected << logged;
+          };
+    const auto tab = chord({ 9 });
+    row("plain text", "AB", typed("AB"), { "AB" });
+    row("chord", " < VK_CTRL +  VK_TAB >y", typed(" ") << chord({ 17, 9 }) << typed("y"));
+    row("every name",
+        "<VK_ALT><VK_SHIFT><VK_CTRL><VK_LEFT><VK_RIGHT><VK_DOWN><VK_UP><VK_TAB>",
+        { chord({ 18 }),
+          chord({ 16 }),
+          chord({ 17 }),
+          chord({ 37 }),
+          chord({ 39 }),
+          chord({ 40 }),
+          chord({ 38 }),
+          tab });
+    row("six names press five",
+        "<VK_ALT+VK_SHIFT+VK_CTRL+VK_LEFT+VK_RIGHT+VK_DOWN>",
+        { chord({ 18, 16, 17, 37, 39 }) });
+    for (const char* text : { "<VK_ALT+VK_F1>", "<VK_F1+VK_TAB>", "<vk_ctrl>", "<>", "<VK_CTRL+>" }) {
+        row(text, text, typed(text));
+    }
+    row("each bracket tried", "<<VK_TAB>", typed("<") << tab);
+    row("CR taps, LF types", "a\r\nb", typed("a") << "tap 13" << typed("\nb"));
+    row("zero byte", QByteArray("ab\0\xE9", 4), typed(QByteArray("ab\0\xE9", 4)), { "ab" });
+    const QByteArray cut = fullChunk("abc<VK_CT");
+    row("chord cut by the chunk", cut + "RL>", typed(cut.chopped(6)) << chord({ 17 }), { cut, "<VK_CTRL>" });
+    const QByteArray held = fullChunk("<VK_TAB" + QByteArray(24, ' '));
+    row("31 characters held", held + ">", typed(held.chopped(31)) << tab, { held, "<VK_TAB" + QString(24, ' ') + ">" });
+    const QByteArray long32 = fullChunk("<VK_TAB" + QByteArray(25, ' '));
+    row("32 characters typed", long32 + ">", typed(long32 + ">"), { long32, ">" });
+    const QByteArray closed = fullChunk("x>y<VK_CT");
+    row("'>' before the last '<'", closed + "RL>", typed(closed.chopped(6)) << chord({ 17 }), { closed, "<VK_CTRL>" });
+    row("held tail at the silence", cut, typed(cut), { cut, "<VK_CT" });
+    row("frames while typing", "#ABC$<VK_TAB>#DEF$", typed("#ABC$") << tab << typed("#DEF$"));
+}
+
+void tst_pipeline::typesStreamAsKeys()
+{
+    QFETCH(QByteArray, input);
+    QFETCH(QStringList, expected);
+    QFETCH(QStringList, logged);
+
+    startTyping(input, m_keys.get());
+    QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
+    QCOMPARE(m_keys->keyEvents(), expected);
+    // The held tail goes out in the same quiet spell that ends the typing.
+    QCOMPARE(m_keys->events().count("finish"), 1);
+    const QStringList lines = ScratchWorker::logSince().filter(kDataLine);
+    if (!logged.isEmpty()) {
+        QCOMPARE(lines, logged.replaceInStrings(QRegularExpression("^"), kDataLine));
+    }
+    const QByteArrayList frames = input.contains('#') ? QByteArrayList { "ABC", "DEF" } : QByteArrayList();
+    QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames(), frames, kWaitMs);
+}
+
+void tst_pipeline::outputSpeedSetsPause_data()
+{
+    QTest::addColumn<int>("speed");
+    QTest::addColumn<QString>("pause");
+    QTest::newRow("never set") << -99 << "pause 0";
+    for (int speed = -1; speed <= 5; ++speed) {
+        QTest::addRow("%d", speed) << speed << QString("pause %1").arg(speed >= 0 && speed <= 4 ? 5 - speed : 5);
+    }
+}
+
+void tst_pipeline::outputSpeedSetsPause()
+{
+    QFETCH(int, speed);
+    QFETCH(QString, pause);
+    if (speed != -99) {
+        m_worker->thread.setOutputSpeed(speed);
+    }
+    startTyping("z<VK_TAB>\r", m_keys.get());
+    QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
+    QCOMPARE(m_keys->events().join('|'),
+             (typed("z") + QStringList { pause, chord({ 9 }), pause, "tap 13", pause, "finish" }).join('|'));
+}
+
+void tst_pipeline::refusedInjectorDoesNotHoldUpStop()
+{
+    m_keys->refusing = true;
+    startTyping("a<VK_TAB>", m_keys.get());
+    QTRY_VERIFY_WITH_TIMEOUT(m_keys->refusedAttempts > 100, kWaitMs);
+    QVERIFY(m_worker->thread.stopThread());
+    QVERIFY(m_worker->thread.isFinished());
+    QVERIFY(m_keys->keyEvents().isEmpty());
+}
+
+void tst_pipeline::missingDisplayIsLoggedOncePerStart()
+{
+    QVERIFY(qEnvironmentVariableIsEmpty("DISPLAY"));
+    const QStringList notice { "[INFO] Key output is off: no X display to type into." };
+    RecordingKeyInjector unavailable(false);
+    for (KeyInjector* injector : { static_cast<KeyInjector*>(nullptr),
+                                   static_cast<KeyInjector*>(nullptr),
+                                   static_cast<KeyInjector*>(&unavailable) }) {
+        const int files = m_worker->frames().size();
+        startTyping("#run$", injector);
+        QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames().size(), files + 1, kWaitMs);
+        QVERIFY(m_worker->thread.stopThread());
+        QCOMPARE(ScratchWorker::logSince(), notice);
+    }
+    QVERIFY(unavailable.events().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(tst_pipeline)
+#include "tst_pipeline.moc"

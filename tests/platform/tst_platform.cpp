@@ -1,0 +1,171 @@
+#include "InstanceLock.h"
+#include "XTestKeyInjector.h"
+#include "XdgAutostartStore.h"
+
+#include <QLineEdit>
+#include <QtTest>
+#include <X11/XKBlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+#include <future>
+#include <unistd.h>
+
+// Types as the worker does: characters down and up, a batch of virtual keys, a tap of Return.
+static void typeForTheUser(const QByteArray& text)
+{
+    XTestKeyInjector injector;
+    const auto type = [&injector](const QByteArray& text) {
+        for (const char c : text)
+            for (const bool down : { true, false })
+                injector.sendCharacter(static_cast<unsigned char>(c), down);
+    };
+    type("a" + text + "hello"); // "a" first: a Shift still held would make it "A"
+    injector.sendVirtualKeys({ { 16, true }, { 37, true }, { 16, false }, { 37, false } }); // Shift+Left
+    type("X");
+    injector.tapCharacterKey('\r');
+    QProcess::execute("setxkbmap", { "de" }); // the user switches layouts while typing goes on
+    type(text);
+} // going out of use counts as typing gone idle
+
+class tst_platform final : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home { QDir::tempPath() + "/config home-XXXXXX" };
+    const QString m_autostart = m_home.filePath("autostart");
+    Display* const m_probe = XOpenDisplay(nullptr);
+
+    QByteArray keymap() const
+    {
+        int width = 0;
+        KeySym* map = XGetKeyboardMapping(m_probe, 8, 248, &width);
+        const QByteArray bytes(reinterpret_cast<const char*>(map), 248 * width * sizeof(KeySym));
+        XFree(map);
+        return bytes;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        XAutoRepeatOff(m_probe);                                      // a key left down must not repeat into the text
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.path())); // with a blank in it
+    }
+
+    void cleanupTestCase() { XCloseDisplay(m_probe); }
+
+    void autostartEntryKeepsThePath_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("exec");
+        QTest::newRow("plain") << QString("/opt/tw/tapwright") << "Exec=/opt/tw/tapwright";
+        QTest::newRow("blanks") << QString("/home/操作员/My Programs/tw") << "Exec=\"/home/操作员/My Programs/tw\"";
+        QTest::newRow("quotes, dollar, backtick, backslash, tab, percent")
+            << QString("/a/\"q\" $x/`y`/b\\c\t%f") << "Exec=\"/a/\\\\\"q\\\\\" \\\\$x/\\\\`y\\\\`/b\\\\\\\\c\\t%%f\"";
+    }
+
+    void autostartEntryKeepsThePath()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, exec);
+        XdgAutostartStore store;
+        store.setValue("other", "/usr/bin/other");
+        store.setValue("tapwright", path);
+        QCOMPARE(store.value("tapwright"), path);
+        QFile file(m_autostart + "/tapwright.desktop");
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QStringList lines = QString::fromUtf8(file.readAll()).split('\n');
+        QCOMPARE(lines.mid(0, 2) + lines.filter(QRegularExpression("^Exec=")),
+                 QStringList({ "[Desktop Entry]", "Type=Application", exec }));
+
+        // Names that are no file names are refused, wherever they point; remove takes only its entry.
+        for (const QString& name : QStringList { "", ".", "..", "../../escaped", QDir::tempPath() + "/escaped" })
+            store.setValue(name, path);
+        store.remove("tapwright");
+        QVERIFY(!store.contains("tapwright") && store.contains("other"));
+        QCOMPARE(QDir(m_autostart).entryList(QDir::Files | QDir::Hidden), QStringList { "other.desktop" });
+        QVERIFY(!QFileInfo::exists(QDir::tempPath() + "/escaped.desktop"));
+    }
+
+    void autostartEntryWrittenByHandIsRead_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QString>("program");
+        const QByteArray main = "[Desktop Entry]\nName=x\nExec=/tw\n";
+        QTest::newRow("comment, other group first, escapes, arguments, first Exec wins")
+            << QByteArray("# x\n[A]\nExec=/no\n[Desktop Entry]\nExec = \"/a\\\\\\\\b/t\\sw\" -x %U\nExec=/2\n")
+            << "/a\\b/t w";
+        // Switched off by the desktop: absent.
+        QTest::newRow("hidden") << main + "Hidden=true\n" << QString();
+        QTest::newRow("off in GNOME") << main + "X-GNOME-Autostart-enabled=false\n" << QString();
+        QTest::newRow("on") << main + "Hidden=false\nX-GNOME-Autostart-enabled=true\n" << QString("/tw");
+    }
+
+    void autostartEntryWrittenByHandIsRead()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QString, program);
+        QFile file(m_autostart + "/tapwright.desktop");
+        QVERIFY(QDir().mkpath(m_autostart) && file.open(QIODevice::WriteOnly) && file.write(text) == text.size());
+        file.close();
+        QCOMPARE(XdgAutostartStore().value("tapwright"), program);
+    }
+
+    void typesIntoTheFocusedWidget()
+    {
+        QCOMPARE(QProcess::execute("setxkbmap", { "us" }), 0);
+        QLineEdit edit;
+        connect(&edit, &QLineEdit::returnPressed, [&edit] { edit.insert("|"); });
+        edit.show();
+        edit.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&edit));
+        // The user holds Shift and has Caps Lock on: both are let go for the job only.
+        XTestFakeKeyEvent(m_probe, XKeysymToKeycode(m_probe, XK_Shift_L), True, CurrentTime);
+        XkbLockModifiers(m_probe, XkbUseCoreKbd, LockMask, LockMask);
+        XSync(m_probe, False);
+
+        // Printable ASCII and Latin-1: more characters beyond the map than there are spare keycodes.
+        QByteArray text;
+        for (int code = 0x20; code < 0x100; code += code == 0x7e ? 0x22 : 1)
+            text += char(code);
+        std::future<void> job = std::async(std::launch::async, typeForTheUser, text);
+        QTRY_COMPARE_WITH_TIMEOUT(edit.text(), QString::fromLatin1("a" + text + "hellX|" + text), 20000);
+        job.wait();
+        XkbStateRec state {};
+        XkbGetState(m_probe, XkbUseCoreKbd, &state);
+        char down[32];
+        XQueryKeymap(m_probe, down);
+        // Shift and Caps Lock are back, and nothing but Shift is down.
+        QCOMPARE(QVector<int>({ state.base_mods, state.locked_mods, QByteArray(down, 32).count('\0') }),
+                 QVector<int>({ ShiftMask, LockMask, 31 }));
+        // Every spare keycode lent out is free again: the map is the layout's own.
+        const QByteArray map = keymap();
+        QCOMPARE(QProcess::execute("setxkbmap", { "de" }), 0);
+        QCOMPARE(map, keymap());
+
+        // With no display, every event is refused.
+        XTestKeyInjector none(":4711");
+        QVERIFY(!none.isAvailable() && none.sendCharacter('a', true) == 0
+                && none.sendVirtualKeys({ { 17, true } }) == 0);
+    }
+
+    // Last, as it changes the runtime directory.
+    void secondInstanceFindsTheMarkerTaken()
+    {
+        QCOMPARE(InstanceLock::markerPath("Tapwright"), qEnvironmentVariable("XDG_RUNTIME_DIR") + "/Tapwright.lock");
+        QProcess holder; // another process holds it until it is killed
+        holder.start("flock", { "-n", "-o", InstanceLock::markerPath("Tapwright"), "-c", "echo held; read line" });
+        QTRY_VERIFY(holder.canReadLine());
+        QVERIFY(InstanceLock("Tapwright").alreadyExists());
+        holder.kill();
+        QVERIFY(holder.waitForFinished() && InstanceLock("Tapwright").isHeld());
+
+        qputenv("XDG_RUNTIME_DIR", "");
+        QCOMPARE(InstanceLock::markerPath("Tapwright"), QDir::tempPath() + QString("/Tapwright-%1.lock").arg(getuid()));
+        qputenv("XDG_RUNTIME_DIR", "/nonexistent"); // a marker that cannot be made: no other instance
+        const InstanceLock first("Tapwright"), second("Tapwright");
+        QVERIFY(!first.isHeld() && !second.alreadyExists());
+    }
+};
+
+QTEST_MAIN(tst_platform)
+#include "tst_platform.moc"
