@@ -15,3 +15,4 @@ install(FILES ${CMAKE_SOURCE_DIR}/resources/app_icon.png DESTINATION share/icons
         RENAME tapwright.png)
 
 install(SCRIPT ${CMAKE_SOURCE_DIR}/cmake/TapwrightDesktopEntry.cmake)
+install(SCRIPT ${CMAKE_SOURCE_DIR}/cmake/TapwrightServiceUnits.cmake)

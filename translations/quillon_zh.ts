@@ -2,6 +2,13 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="zh_CN" sourcelanguage="en">
 <context>
+    <name>Device</name>
+    <message>
+        <source>The camera at %1:%2 does not answer yet; the device keeps trying and opens when it does.</source>
+        <translation>相机 %1:%2 尚未应答；设备会继续尝试，相机应答后即自动打开。</translation>
+    </message>
+</context>
+<context>
     <name>MainWindow</name>
     <message>
         <source>Tapwright</source>

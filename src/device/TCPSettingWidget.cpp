@@ -1,26 +1,15 @@
 #include "TCPSettingWidget.h"
 
-#include "DataThread.h"
-#include "LocalIPv4.h"
-#include "Logger.h"
-#include "NetTCPServer.h"
-#include "NetTcpClient.h"
+#include "Device.h"
 #include "ui_TCPSettingWidget.h"
 
 #include <QDebug>
 #include <QDir>
 #include <QFileDialog>
-#include <QHostInfo>
 #include <QListView>
-#include <QNetworkInterface>
 #include <QStyle>
 
 namespace {
-
-const char* const kEnterAddress = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter an IP address or port number!");
-const char* const kEnterStartEnd = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter a start char or end char!");
-const char* const kSelectDirectory
-    = QT_TRANSLATE_NOOP("TCPSettingWidget", "You did not select any file save directory.");
 
 // The style sheet draws the lamp from "status"; a changed property needs a fresh polish to show.
 void setLampStatus(QLabel* lamp, int status)
@@ -28,22 +17,6 @@ void setLampStatus(QLabel* lamp, int status)
     lamp->setProperty("status", status);
     lamp->style()->unpolish(lamp);
     lamp->style()->polish(lamp);
-}
-
-QList<QHostAddress> activeInterfaceAddresses()
-{
-    QList<QHostAddress> addresses;
-    const QNetworkInterface::InterfaceFlags wanted = QNetworkInterface::IsUp | QNetworkInterface::IsRunning;
-    for (const QNetworkInterface& networkInterface : QNetworkInterface::allInterfaces()) {
-        const QNetworkInterface::InterfaceFlags flags = networkInterface.flags();
-        if ((flags & wanted) != wanted || flags.testFlag(QNetworkInterface::IsLoopBack)) {
-            continue;
-        }
-        for (const QNetworkAddressEntry& entry : networkInterface.addressEntries()) {
-            addresses.append(entry.ip());
-        }
-    }
-    return addresses;
 }
 
 } // namespace
@@ -57,15 +30,10 @@ TCPSettingWidget::TCPSettingWidget(QWidget* parent)
     fillTypeComboBox();
     setLampStatus(ui->label_TCP, 0);
 
-    tcpServer = new NetTCPServer(this);
-    tcpClient = new NetTcpClient(this);
-    tcpServer->setDataCallback(deviceDataCallback, this);
-    tcpClient->setDataCallback(deviceDataCallback, this);
-
-    dataThread = new DataThread(this);
-
-    connect(tcpClient, SIGNAL(sendMsgSig(QString)), this, SIGNAL(sendShowLogData(QString)));
-    connect(tcpServer, SIGNAL(sendMsgSig(QString)), this, SIGNAL(sendShowLogData(QString)));
+    device = new Device(this);
+    connect(device, SIGNAL(message(QString)), this, SIGNAL(sendShowLogData(QString)));
+    connect(device, SIGNAL(received(QString)), this, SIGNAL(sendShowData(QString)));
+    connect(device, &Device::openedAfterWait, this, [this] { setLampStatus(ui->label_TCP, 1); });
     connect(ui->comboBox_tcp, SIGNAL(currentIndexChanged(int)), this, SLOT(onTcpTypeComboBoxChanged(int)));
 }
 
@@ -75,16 +43,15 @@ TCPSettingWidget::~TCPSettingWidget()
     disconnect(this, SIGNAL(sendShowData(QString)), nullptr, nullptr);
     disconnect(this, SIGNAL(sendShowLogData(QString)), nullptr, nullptr);
 
-    closeDevice();
-    delete tcpServer;
-    delete tcpClient;
+    delete device;
     delete ui;
 }
 
 TCPSettings TCPSettingWidget::getSettings() const
 {
     TCPSettings current;
-    current.status = ui->label_TCP->property("status").toInt();
+    // A device that waits for its camera is still one to open at the next start.
+    current.status = device->isWaiting() ? 1 : ui->label_TCP->property("status").toInt();
     current.tcpType = ui->comboBox_tcp->currentIndex();
     current.tcpPort = ui->lineEdit_port->text();
     current.tcpClientIP = ui->lineEdit_IP->text();
@@ -96,13 +63,8 @@ TCPSettings TCPSettingWidget::getSettings() const
 
 void TCPSettingWidget::setSettings(TCPSettings s)
 {
-    settings.tcpType = s.tcpType;
-    settings.tcpClientIP = s.tcpClientIP;
-    settings.tcpPort = s.tcpPort;
-    settings.fileDir = s.fileDir;
-    settings.startChar = s.startChar;
-    settings.endChar = s.endChar;
-    settings.status = s.status;
+    TCPSettings& settings = device->settings();
+    settings = s;
 
     ui->lineEdit_port->setText(settings.tcpPort);
     ui->comboBox_tcp->setCurrentIndex(settings.tcpType);
@@ -115,14 +77,14 @@ void TCPSettingWidget::setSettings(TCPSettings s)
         qDebug() << "TcpClientIP  " << settings.tcpClientIP << ui->lineEdit_IP->text();
         ui->openTcpBtn->setText(tr("Connect"));
     } else if (settings.tcpType == 1) {
-        const QString serverIP = localIPAddress();
+        const QString serverIP = Device::localIPAddress();
         ui->lineEdit_IP->setText(serverIP);
         qDebug() << "serverIP  " << serverIP;
         ui->openTcpBtn->setText(tr("Open"));
     }
 
-    if (settings.status == 1) {
-        on_openTcpBtn_clicked();
+    if (settings.status == 1 && checkFields()) {
+        openOrClose(true);
     }
 }
 
@@ -130,6 +92,7 @@ void TCPSettingWidget::retranslate()
 {
     ui->retranslateUi(this);
 
+    const TCPSettings& settings = device->settings();
     const bool server = settings.tcpType != 0;
     if (ui->label_TCP->property("status").toInt() == 0) {
         ui->openTcpBtn->setText(server ? tr("Open") : tr("Connect"));
@@ -146,6 +109,7 @@ void TCPSettingWidget::retranslate()
 
 void TCPSettingWidget::on_btnSelectSaveFileDir_clicked()
 {
+    TCPSettings& settings = device->settings();
     settings.fileDir = QFileDialog::getExistingDirectory(
         nullptr, tr("Select Save File Directory"), QDir::homePath(), QFileDialog::ShowDirsOnly);
     ui->lineEdit_SaveFileNameDir->setText(settings.fileDir);
@@ -154,20 +118,23 @@ void TCPSettingWidget::on_btnSelectSaveFileDir_clicked()
 
 void TCPSettingWidget::on_openTcpBtn_clicked()
 {
-    const char* problem = nullptr;
-    if (ui->lineEdit_IP->text().isEmpty() || ui->lineEdit_port->text().isEmpty()) {
-        problem = kEnterAddress;
-    } else if (ui->lineEditStartChar->text().isEmpty() || ui->lineEditEndChar->text().isEmpty()) {
-        problem = kEnterStartEnd;
-    } else if (settings.fileDir.isEmpty()) {
-        problem = kSelectDirectory;
+    if (checkFields()) {
+        openOrClose();
     }
+}
+
+bool TCPSettingWidget::checkFields()
+{
+    const char* problem = device->checkFields({ true,
+                                                ui->lineEdit_IP->text(),
+                                                ui->lineEdit_port->text(),
+                                                ui->lineEditStartChar->text(),
+                                                ui->lineEditEndChar->text() });
     if (problem) {
         emit sendShowLogData(tr(problem));
         qDebug() << problem;
-        return;
     }
-    openOrClose();
+    return problem == nullptr;
 }
 
 void TCPSettingWidget::onTcpTypeComboBoxChanged(int index)
@@ -176,9 +143,10 @@ void TCPSettingWidget::onTcpTypeComboBoxChanged(int index)
     if (index < 0) {
         return;
     }
+    TCPSettings& settings = device->settings();
     settings.tcpType = index;
     if (index != 0) {
-        ui->lineEdit_IP->setText(localIPAddress());
+        ui->lineEdit_IP->setText(Device::localIPAddress());
         ui->openTcpBtn->setText(tr("Open"));
     } else {
         ui->lineEdit_IP->setText(settings.tcpClientIP);
@@ -193,76 +161,41 @@ void TCPSettingWidget::fillTypeComboBox()
     ui->comboBox_tcp->setView(new QListView());
 }
 
-bool TCPSettingWidget::openOrClose()
+bool TCPSettingWidget::openOrClose(bool waitForCamera)
 {
     const QString buttonText = ui->openTcpBtn->text();
     const bool toOpen = buttonText == tr("Open") || buttonText == tr("Connect");
     const bool client = ui->comboBox_tcp->currentText() == tr("TCP Client");
 
     if (toOpen) {
-        const QString ip = ui->lineEdit_IP->text();
-        const QString port = ui->lineEdit_port->text();
-        const int result = client ? tcpClient->open(ip, port) : tcpServer->open(ip, port);
-        if (result != 0) {
-            if (client) {
-                tcpClient->close();
-            } else {
-                tcpServer->close();
-            }
-            const QString line = client ? QStringLiteral("[INFO] open TCP client failed, ip: %1, port: %2.")
-                                        : QStringLiteral("[INFO] open TCP server failed, ip: %1, port: %2.");
-            Logger::info(line.arg(settings.tcpClientIP, settings.tcpPort).toStdString());
-            return false;
+        const Device::Fields fields { client,
+                                      ui->lineEdit_IP->text(),
+                                      ui->lineEdit_port->text(),
+                                      ui->lineEditStartChar->text(),
+                                      ui->lineEditEndChar->text() };
+        if (device->open(fields)) {
+            showOpen(client, 1);
+            return true;
         }
-
-        ui->openTcpBtn->setText(client ? tr("Disconnect") : tr("Close"));
-        setLampStatus(ui->label_TCP, 1);
-        setControlsEnabled(false);
-        dataThread->setKeyOutput(false);
-        dataThread->setStartEndChar(ui->lineEditStartChar->text(), ui->lineEditEndChar->text());
-        dataThread->setFileDir(settings.fileDir);
-        dataThread->startThread();
-        return true;
+        if (waitForCamera && client && device->waitForCamera(fields)) {
+            showOpen(client, 0);
+        }
+        return false;
     }
 
     qDebug() << "IP " << ui->lineEdit_IP->text();
-    if (client) {
-        tcpClient->close();
-        ui->openTcpBtn->setText(tr("Connect"));
-    } else {
-        tcpServer->close();
-        ui->openTcpBtn->setText(tr("Open"));
-    }
+    device->close(client);
+    ui->openTcpBtn->setText(client ? tr("Connect") : tr("Open"));
     setLampStatus(ui->label_TCP, 0);
     setControlsEnabled(true);
-    dataThread->stopThread();
     return true;
 }
 
-void TCPSettingWidget::closeDevice()
+void TCPSettingWidget::showOpen(bool client, int lamp)
 {
-    if (settings.tcpType == 0) {
-        tcpClient->close();
-    } else {
-        tcpServer->close();
-    }
-    dataThread->stopThread();
-}
-
-QString TCPSettingWidget::localIPAddress()
-{
-    const QString hostName = QHostInfo::localHostName();
-    qDebug() << "localHostName: " << hostName;
-
-    const QHostInfo hostInfo = QHostInfo::fromName(hostName);
-    qDebug() << "IP Address : " << hostInfo.addresses();
-
-    const QHostAddress chosen = chooseLocalIPv4(hostInfo.addresses(), activeInterfaceAddresses());
-    if (chosen.isNull()) {
-        return QString();
-    }
-    qDebug() << "**************" << chosen.toString();
-    return chosen.toString();
+    ui->openTcpBtn->setText(client ? tr("Disconnect") : tr("Close"));
+    setLampStatus(ui->label_TCP, lamp);
+    setControlsEnabled(false);
 }
 
 void TCPSettingWidget::setControlsEnabled(bool enabled)
@@ -273,16 +206,4 @@ void TCPSettingWidget::setControlsEnabled(bool enabled)
     ui->btnSelectSaveFileDir->setEnabled(enabled);
     ui->lineEditStartChar->setEnabled(enabled);
     ui->lineEditEndChar->setEnabled(enabled);
-}
-
-void TCPSettingWidget::onDeviceData(const char* data, int len)
-{
-    emit sendShowData(QString::fromUtf8(data));
-    dataThread->pushData(data, len);
-}
-
-int TCPSettingWidget::deviceDataCallback(const char* data, int len, void* context)
-{
-    static_cast<TCPSettingWidget*>(context)->onDeviceData(data, len);
-    return 0;
 }

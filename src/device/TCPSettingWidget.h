@@ -9,11 +9,9 @@ namespace Ui {
 class TCPSettingWidget;
 }
 
-class DataThread;
-class NetTCPServer;
-class NetTcpClient;
+class Device;
 
-// The page of one device: shows its settings and opens or closes it, endpoint first, then worker.
+// The page of one device: shows its settings and lets the operator open or close it.
 class TCPSettingWidget : public QWidget
 {
     Q_OBJECT
@@ -37,16 +35,12 @@ public slots:
 
 private:
     void fillTypeComboBox();
-    bool openOrClose();
-    void closeDevice();
-    QString localIPAddress();
+    // A failed open of a stored client device waits for its camera instead of giving up.
+    bool openOrClose(bool waitForCamera = false);
+    bool checkFields();
+    void showOpen(bool client, int lamp);
     void setControlsEnabled(bool enabled);
-    void onDeviceData(const char* data, int len);
-    static int deviceDataCallback(const char* data, int len, void* context);
 
     Ui::TCPSettingWidget* ui;
-    NetTcpClient* tcpClient;
-    NetTCPServer* tcpServer;
-    DataThread* dataThread;
-    TCPSettings settings;
+    Device* device;
 };

@@ -42,6 +42,15 @@ int NetTcpClient::open(QString ip, QString port)
     return 0;
 }
 
+int NetTcpClient::openWhenReachable(QString ip, QString port)
+{
+    if (!Velko::Wirelet::initialize() || CSessionFactory::instance().createTcpClient(false, session) != 0) {
+        return 1;
+    }
+    const QByteArray address = (ip + ":" + port).toLatin1();
+    return session->connectWhenReachable(address.constData(), this) != 0 ? 1 : 0;
+}
+
 int NetTcpClient::close()
 {
     {
@@ -82,6 +91,7 @@ void NetTcpClient::onConnected(TSharedPtr<ISessionClient>& session)
     if (!ip.isEmpty()) {
         emit sendMsgSig(tr("This device is successfully connected to camera %1:%2 !").arg(QString(ip)).arg(port));
     }
+    emit cameraConnected();
 }
 
 void NetTcpClient::onDisconnected(TSharedPtr<ISessionClient>& session, std::int32_t)

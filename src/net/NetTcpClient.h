@@ -21,6 +21,8 @@ public:
     ~NetTcpClient() override;
 
     int open(QString ip, QString port);
+    // Returns at once and connects as soon as the camera answers; says nothing until it does.
+    int openWhenReachable(QString ip, QString port);
     int close();
     int setDataCallback(DataCallback callback, void* context);
     int send(const char* data, std::uint32_t size);
@@ -34,6 +36,7 @@ public:
 
 signals:
     void sendMsgSig(QString msg);
+    void cameraConnected();
 
 private:
     // Reads the camera's address from the session into peerIP and peerPort and returns them.

@@ -1,5 +1,6 @@
 #include "MainWindow.h"
 
+#include "DeviceConfig.h"
 #include "Logger.h"
 #include "TCPSettingWidget.h"
 #include "ToolBar.h"
@@ -15,8 +16,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QIcon>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QListView>
 #include <QMenu>
 #include <QSettings>
@@ -116,37 +115,16 @@ void MainWindow::initConnections()
 
 void MainWindow::readConfig()
 {
-    QFile file(configPath());
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        Logger::info("[Error]: Failed to open JSON file for reading.");
+    QMap<QString, TCPSettings> devices;
+    if (DeviceConfig::read(configPath(), devices) != DeviceConfig::ReadResult::Read) {
         return;
     }
-    const QString text = QString::fromUtf8(file.readAll());
-    file.close();
-
-    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
-    if (document.isNull() || !document.isObject()) {
-        Logger::info("[Error] Invalid JSON format.");
-        return;
-    }
-
-    const QJsonObject root = document.object();
     const QList<TCPSettingWidget*> pages = findChildren<TCPSettingWidget*>();
-    for (const QString& key : root.keys()) {
+    for (auto device = devices.cbegin(); device != devices.cend(); ++device) {
         for (TCPSettingWidget* page : pages) {
-            if (page->objectName() != key) {
-                continue;
+            if (page->objectName() == device.key()) {
+                page->setSettings(device.value());
             }
-            const QJsonObject device = root.value(key).toObject();
-            TCPSettings settings;
-            settings.status = device.value(QStringLiteral("Status")).toInt();
-            settings.tcpType = device.value(QStringLiteral("TcpType")).toInt();
-            settings.tcpPort = device.value(QStringLiteral("TcpPort")).toString();
-            settings.tcpClientIP = device.value(QStringLiteral("TcpClientIP")).toString();
-            settings.fileDir = device.value(QStringLiteral("FileDir")).toString();
-            settings.startChar = device.value(QStringLiteral("StartChar")).toString();
-            settings.endChar = device.value(QStringLiteral("EndChar")).toString();
-            page->setSettings(settings);
         }
     }
     m_configLoaded = true;
@@ -154,27 +132,11 @@ void MainWindow::readConfig()
 
 void MainWindow::writeConfig()
 {
-    QFile file(configPath());
-    if (!file.open(QIODevice::WriteOnly)) {
-        Logger::info("[Error]: Failed to open JSON file for writing.");
-        return;
-    }
-
-    QJsonObject root;
+    QList<QPair<QString, TCPSettings>> devices;
     for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
-        const TCPSettings settings = page->getSettings();
-        QJsonObject device;
-        device.insert(QStringLiteral("Status"), settings.status);
-        device.insert(QStringLiteral("TcpType"), settings.tcpType);
-        device.insert(QStringLiteral("TcpPort"), settings.tcpPort);
-        device.insert(QStringLiteral("TcpClientIP"), settings.tcpClientIP);
-        device.insert(QStringLiteral("FileDir"), settings.fileDir);
-        device.insert(QStringLiteral("StartChar"), settings.startChar);
-        device.insert(QStringLiteral("EndChar"), settings.endChar);
-        root.insert(page->objectName(), device);
+        devices.append({ page->objectName(), page->getSettings() });
     }
-    file.write(QJsonDocument(root).toJson());
-    file.close();
+    DeviceConfig::write(configPath(), devices);
 }
 
 void MainWindow::onLanguageBoxChanged(int index)

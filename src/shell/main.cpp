@@ -1,59 +1,118 @@
+#include "HeadlessService.h"
 #include "InstanceLock.h"
 #include "LogRetention.h"
 #include "Logger.h"
 #include "MainWindow.h"
 #include "ProgramDirectory.h"
+#include "SignalWatcher.h"
+#include "wirelet/Wirelet.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QIcon>
 #include <QMessageBox>
+#include <QSettings>
+#include <QTranslator>
+#include <cstdio>
+#include <cstring>
+#include <memory>
 
-int main(int argc, char* argv[])
+namespace {
+
+// Exit code of a headless start that has nothing to run; the service unit does not restart on it.
+constexpr int kNothingToRun = 2;
+
+bool hasArgument(int argc, char* argv[], std::initializer_list<const char*> names)
 {
-    // The window draws with the raster engine; probing GLX would load a software GL stack (tens of MB)
-    // that nothing uses.
-    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION")) {
-        qputenv("QT_XCB_GL_INTEGRATION", "none");
+    for (int i = 1; i < argc; ++i) {
+        for (const char* name : names) {
+            if (std::strcmp(argv[i], name) == 0) {
+                return true;
+            }
+        }
     }
-    QApplication app(argc, argv);
+    return false;
+}
 
-    bool instanceExists = false;
-    bool externalStart = false;
-
-    QDir::setCurrent(QFile::decodeName(executableDirectory()));
-
-    if (argc > 1 && QString::fromUtf8(argv[1]) == QLatin1String("External_Start")) {
-        externalStart = true;
-    }
-
-    QApplication::setWindowIcon(QIcon(QStringLiteral("://app_icon.ico")));
-
-    const QString basePath = QDir::currentPath();
-    const QString logDir = basePath + QStringLiteral("/Log");
+void openLog()
+{
+    const QString logDir = QDir::currentPath() + QStringLiteral("/Log");
     if (!QDir(logDir).exists()) {
         QDir().mkdir(logDir);
     }
     const QString logPath = logDir + QStringLiteral("/log_Tapwright_")
         + QDateTime::currentDateTime().toString(QStringLiteral("yyyy_MM_dd")) + QStringLiteral(".txt");
-
     Logger::open(QFile::encodeName(logPath).toStdString());
     Logger::setLevel(LOG_DEBUG);
     Logger::info("[INFO] Quillon start...");
-
     purgeOldLogs(logDir);
+}
+
+void reportSecondInstance()
+{
+    std::fputs("tapwright: another instance is already running for this user; this one ends.\n", stderr);
+}
+
+// The language the window would start in, for the texts a headless run prints.
+void loadHeadlessLanguage(QTranslator& translator)
+{
+    const QSettings settings(QStringLiteral("Conf/language.ini"), QSettings::IniFormat);
+    if (settings.value(QStringLiteral("language/lang")).toInt() == 0
+        && settings.value(QStringLiteral("language/lang")).isValid()
+        && translator.load(QStringLiteral("Language/chinese/quillon_zh.qm"))) {
+        QCoreApplication::installTranslator(&translator);
+    }
+}
+
+int runHeadless(QCoreApplication& app)
+{
+    openLog();
+    const InstanceLock instanceLock(QStringLiteral("Tapwright"));
+    if (instanceLock.alreadyExists()) {
+        reportSecondInstance();
+        return -1;
+    }
+    QTranslator translator;
+    loadHeadlessLanguage(translator);
+
+    const QString configPath = QDir::currentPath() + QStringLiteral("/TCPconfig.json");
+    HeadlessService service;
+    const int devices = service.start(configPath);
+    if (devices < 0) {
+        std::fprintf(stderr, "tapwright: %s is missing or is not a valid configuration.\n", qPrintable(configPath));
+        return kNothingToRun;
+    }
+    if (devices == 0) {
+        std::fprintf(stderr, "tapwright: no device in %s could be opened.\n", qPrintable(configPath));
+        return kNothingToRun;
+    }
+    SignalWatcher stopSignals;
+    QObject::connect(&stopSignals, &SignalWatcher::stopRequested, &app, [](int number) {
+        Logger::info("[INFO] Stopping on signal %d.", number);
+        QCoreApplication::quit();
+    });
+    const int result = app.exec();
+    service.stop();
+    Velko::Wirelet::finalize();
+    return result;
+}
+
+int runWindow(QApplication& app, bool externalStart)
+{
+    QApplication::setWindowIcon(QIcon(QStringLiteral("://app_icon.ico")));
+    openLog();
 
     // Held until the process ends; the kernel drops it with the process.
     const InstanceLock instanceLock(QStringLiteral("Tapwright"));
-    if (instanceLock.alreadyExists()) {
-        instanceExists = true;
-    }
+    const bool instanceExists = instanceLock.alreadyExists();
 
     MainWindow window(nullptr, externalStart);
 
     if (instanceExists) {
+        reportSecondInstance();
         QMessageBox::information(nullptr,
                                  QObject::tr("Tip"),
                                  QObject::tr("A software instance is already running! The current instance will be "
@@ -64,4 +123,42 @@ int main(int argc, char* argv[])
 
     window.show();
     return app.exec();
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    // The window draws with the raster engine; probing GLX would load a software GL stack (tens of MB)
+    // that nothing uses.
+    if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION")) {
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
+    }
+    // Headless runs, help and version need no display.
+    const bool withoutWindow
+        = hasArgument(argc, argv, { "--headless", "--help", "--help-all", "-h", "--version", "-v" });
+    std::unique_ptr<QCoreApplication> app(withoutWindow ? new QCoreApplication(argc, argv)
+                                                        : new QApplication(argc, argv));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TAPWRIGHT_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Receives barcode text from up to two cameras over TCP, writes each frame to a file and shows the "
+        "stream in a window."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addOption({ QStringLiteral("headless"),
+                       QStringLiteral("Run without a window: open the devices stored open in TCPconfig.json and "
+                                      "print the messages to standard output until SIGTERM or SIGINT.") });
+    parser.addPositionalArgument(QStringLiteral("External_Start"),
+                                 QStringLiteral("Started by the desktop at logon: the window is not minimised."),
+                                 QStringLiteral("[External_Start]"));
+    parser.process(*app);
+
+    QDir::setCurrent(QFile::decodeName(executableDirectory()));
+    if (parser.isSet(QStringLiteral("headless"))) {
+        return runHeadless(*app);
+    }
+    const bool externalStart = parser.positionalArguments().value(0) == QLatin1String("External_Start");
+    return runWindow(static_cast<QApplication&>(*app), externalStart);
 }

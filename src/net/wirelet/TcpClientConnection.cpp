@@ -32,19 +32,26 @@ void TcpClientConnection::setSession(ISessionClient* session)
     m_session = session;
 }
 
-int TcpClientConnection::connect(const char* address, bool autoReconnect, ISessionClientSink* sink)
+bool TcpClientConnection::prepare(const char* address, bool autoReconnect, ISessionClientSink* sink)
 {
     asio::ip::tcp::endpoint target;
     if (!sink || !parseInetAddress(address, target) || m_runtime->isStopped() || m_closed.load()) {
-        return -1;
+        return false;
     }
     if (m_started.exchange(true)) {
-        return -1;
+        return false;
     }
     m_sink = sink;
     m_target = target;
     m_autoReconnect = autoReconnect;
+    return true;
+}
 
+int TcpClientConnection::connect(const char* address, bool autoReconnect, ISessionClientSink* sink)
+{
+    if (!prepare(address, autoReconnect, sink)) {
+        return -1;
+    }
     auto first = std::make_shared<FirstAttempt>();
     std::future<void> settled = first->settled.get_future();
     auto self = shared_from_this();
@@ -61,6 +68,16 @@ int TcpClientConnection::connect(const char* address, bool autoReconnect, ISessi
         return -1;
     }
     return outcome == FirstOutcome::Connected ? 0 : -1;
+}
+
+int TcpClientConnection::connectWhenReachable(const char* address, ISessionClientSink* sink)
+{
+    if (!prepare(address, true, sink)) {
+        return -1;
+    }
+    // Without a first attempt to settle, a failed attempt is retried like a lost connection.
+    asio::post(m_strand, [self = shared_from_this()] { self->beginAttempt(); });
+    return 0;
 }
 
 int TcpClientConnection::close()

@@ -33,6 +33,7 @@ public:
     void setSession(ISessionClient* session);
 
     int connect(const char* address, bool autoReconnect, ISessionClientSink* sink);
+    int connectWhenReachable(const char* address, ISessionClientSink* sink);
     int close();
     int send(const void* data, std::uint32_t size);
     TSharedPtr<CInetAddress> remoteAddress() const;
@@ -52,6 +53,7 @@ private:
         std::promise<void> settled;
     };
 
+    bool prepare(const char* address, bool autoReconnect, ISessionClientSink* sink);
     void beginAttempt();
     void attemptFinished(const asio::error_code& error, unsigned attempt);
     bool settleFirstAttempt(FirstOutcome outcome);

@@ -22,6 +22,11 @@ int TcpClientSession::connect(const char* address, bool autoReconnect, ISessionC
     return m_connection->connect(address, autoReconnect, sink);
 }
 
+int TcpClientSession::connectWhenReachable(const char* address, ISessionClientSink* sink)
+{
+    return m_connection->connectWhenReachable(address, sink);
+}
+
 int TcpClientSession::close()
 {
     return m_connection->close();

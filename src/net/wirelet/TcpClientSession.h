@@ -18,6 +18,7 @@ public:
     ~TcpClientSession() override;
 
     int connect(const char* address, bool autoReconnect, ISessionClientSink* sink) override;
+    int connectWhenReachable(const char* address, ISessionClientSink* sink) override;
     int close() override;
     int send(const void* data, std::uint32_t size) override;
     TSharedPtr<CInetAddress> getRemoteAddress() override;

@@ -82,6 +82,10 @@ public:
     // a connection that ends is tried again every second until close(), each new one reported by
     // onConnected on this same session. The sink must outlive close() or the release of the session.
     virtual int connect(const char* address, bool autoReconnect, ISessionClientSink* sink) = 0;
+    // As connect with autoReconnect, but returns at once: a peer that does not answer yet is tried
+    // every second until it does or close() is called. Non-zero only for an address that does not
+    // parse or a session already connecting.
+    virtual int connectWhenReachable(const char* address, ISessionClientSink* sink) = 0;
     // Ends the connection and the retrying; no sink operation starts after it returns.
     virtual int close() = 0;
     virtual int send(const void* data, std::uint32_t size) = 0;

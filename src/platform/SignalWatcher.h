@@ -4,8 +4,8 @@
 
 class QSocketNotifier;
 
-// Turns SIGINT and SIGTERM into a Qt signal through a self-pipe, so the camera stops between
-// two writes instead of in the middle of one.
+// Turns SIGINT and SIGTERM into a Qt signal through a self-pipe, so a program stops from its
+// event loop, between two pieces of work, instead of in the middle of one.
 class SignalWatcher : public QObject
 {
     Q_OBJECT

@@ -1,0 +1,163 @@
+#include "Device.h"
+
+#include "DataThread.h"
+#include "LocalIPv4.h"
+#include "Logger.h"
+#include "NetTCPServer.h"
+#include "NetTcpClient.h"
+
+#include <QDebug>
+#include <QHostInfo>
+#include <QNetworkInterface>
+
+namespace {
+
+const char* const kEnterAddress = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter an IP address or port number!");
+const char* const kEnterStartEnd = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter a start char or end char!");
+const char* const kSelectDirectory
+    = QT_TRANSLATE_NOOP("TCPSettingWidget", "You did not select any file save directory.");
+
+QList<QHostAddress> activeInterfaceAddresses()
+{
+    QList<QHostAddress> addresses;
+    const QNetworkInterface::InterfaceFlags wanted = QNetworkInterface::IsUp | QNetworkInterface::IsRunning;
+    for (const QNetworkInterface& networkInterface : QNetworkInterface::allInterfaces()) {
+        const QNetworkInterface::InterfaceFlags flags = networkInterface.flags();
+        if ((flags & wanted) != wanted || flags.testFlag(QNetworkInterface::IsLoopBack)) {
+            continue;
+        }
+        for (const QNetworkAddressEntry& entry : networkInterface.addressEntries()) {
+            addresses.append(entry.ip());
+        }
+    }
+    return addresses;
+}
+
+} // namespace
+
+Device::Device(QObject* parent)
+    : QObject(parent)
+    , m_client(new NetTcpClient(this))
+    , m_server(new NetTCPServer(this))
+    , m_dataThread(new DataThread(this))
+{
+    m_server->setDataCallback(deviceDataCallback, this);
+    m_client->setDataCallback(deviceDataCallback, this);
+    connect(m_client, &NetTcpClient::sendMsgSig, this, &Device::message);
+    connect(m_server, &NetTCPServer::sendMsgSig, this, &Device::message);
+
+    connect(m_client, &NetTcpClient::cameraConnected, this, [this] {
+        if (m_waiting) {
+            m_waiting = false;
+            emit openedAfterWait();
+        }
+    });
+}
+
+Device::~Device()
+{
+    // Whoever listens is already tearing down; the closing message must not reach it.
+    disconnect(this, nullptr, nullptr, nullptr);
+    closeDevice();
+    delete m_server;
+    delete m_client;
+}
+
+const char* Device::checkFields(const Fields& fields) const
+{
+    if (fields.ip.isEmpty() || fields.port.isEmpty()) {
+        return kEnterAddress;
+    }
+    if (fields.startChar.isEmpty() || fields.endChar.isEmpty()) {
+        return kEnterStartEnd;
+    }
+    if (m_settings.fileDir.isEmpty()) {
+        return kSelectDirectory;
+    }
+    return nullptr;
+}
+
+bool Device::open(const Fields& fields)
+{
+    const int result = fields.client ? m_client->open(fields.ip, fields.port) : m_server->open(fields.ip, fields.port);
+    if (result != 0) {
+        if (fields.client) {
+            m_client->close();
+        } else {
+            m_server->close();
+        }
+        const QString line = fields.client ? QStringLiteral("[INFO] open TCP client failed, ip: %1, port: %2.")
+                                           : QStringLiteral("[INFO] open TCP server failed, ip: %1, port: %2.");
+        Logger::info(line.arg(m_settings.tcpClientIP, m_settings.tcpPort).toStdString());
+        return false;
+    }
+    startWorker(fields);
+    return true;
+}
+
+void Device::startWorker(const Fields& fields)
+{
+    m_open = true;
+    m_dataThread->setKeyOutput(false);
+    m_dataThread->setStartEndChar(fields.startChar, fields.endChar);
+    m_dataThread->setFileDir(m_settings.fileDir);
+    m_dataThread->startThread();
+}
+
+void Device::close(bool client)
+{
+    m_waiting = false;
+    m_open = false;
+    if (client) {
+        m_client->close();
+    } else {
+        m_server->close();
+    }
+    m_dataThread->stopThread();
+}
+
+void Device::closeDevice()
+{
+    close(m_settings.tcpType == 0);
+}
+
+bool Device::waitForCamera(const Fields& fields)
+{
+    if (m_client->openWhenReachable(fields.ip, fields.port) != 0) {
+        m_client->close();
+        return false;
+    }
+    emit message(tr("The camera at %1:%2 does not answer yet; the device keeps trying and opens when it does.")
+                     .arg(fields.ip, fields.port));
+    m_waiting = true;
+    startWorker(fields);
+    return true;
+}
+
+QString Device::localIPAddress()
+{
+    const QString hostName = QHostInfo::localHostName();
+    qDebug() << "localHostName: " << hostName;
+
+    const QHostInfo hostInfo = QHostInfo::fromName(hostName);
+    qDebug() << "IP Address : " << hostInfo.addresses();
+
+    const QHostAddress chosen = chooseLocalIPv4(hostInfo.addresses(), activeInterfaceAddresses());
+    if (chosen.isNull()) {
+        return QString();
+    }
+    qDebug() << "**************" << chosen.toString();
+    return chosen.toString();
+}
+
+void Device::onDeviceData(const char* data, int len)
+{
+    emit received(QString::fromUtf8(data));
+    m_dataThread->pushData(data, len);
+}
+
+int Device::deviceDataCallback(const char* data, int len, void* context)
+{
+    static_cast<Device*>(context)->onDeviceData(data, len);
+    return 0;
+}

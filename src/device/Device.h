@@ -1,0 +1,75 @@
+#pragma once
+
+#include "TCPSettings.h"
+
+#include <QObject>
+#include <QString>
+
+class DataThread;
+class NetTCPServer;
+class NetTcpClient;
+
+// One device without its page: the stored settings, the two endpoints and the worker, and the
+// sequence that opens and closes them, endpoint first, then worker. The page and the headless
+// service both drive it.
+class Device : public QObject
+{
+    Q_OBJECT
+
+public:
+    // What the operator gave for one open: the address fields and the frame markers as they stand.
+    struct Fields
+    {
+        bool client = true;
+        QString ip;
+        QString port;
+        QString startChar;
+        QString endChar;
+    };
+
+    explicit Device(QObject* parent = nullptr);
+    ~Device() override;
+
+    const TCPSettings& settings() const { return m_settings; }
+    TCPSettings& settings() { return m_settings; }
+
+    // The untranslated text (context "TCPSettingWidget") of the first check that fails, or null.
+    const char* checkFields(const Fields& fields) const;
+
+    // Opens the endpoint of the role, then starts the worker. A failed open closes the endpoint
+    // again and logs the stored address.
+    bool open(const Fields& fields);
+    // Closes the endpoint of the role and stops the worker; also ends a wait for the camera.
+    void close(bool client);
+    // Closes by the stored role, whether open or not.
+    void closeDevice();
+
+    // Opens a client device whose camera does not answer yet: the worker runs and the endpoint
+    // keeps trying until the camera answers. Says so once.
+    bool waitForCamera(const Fields& fields);
+    // Open, or waiting for the camera.
+    bool isOpen() const { return m_open; }
+    bool isWaiting() const { return m_waiting; }
+
+    // The address a server device listens on: the machine's network address.
+    static QString localIPAddress();
+
+signals:
+    void message(QString text);
+    // Received text, up to its first zero byte; emitted on a network thread.
+    void received(QString text);
+    // A device that waited for its camera is open now.
+    void openedAfterWait();
+
+private:
+    void startWorker(const Fields& fields);
+    void onDeviceData(const char* data, int len);
+    static int deviceDataCallback(const char* data, int len, void* context);
+
+    NetTcpClient* m_client;
+    NetTCPServer* m_server;
+    DataThread* m_dataThread;
+    TCPSettings m_settings;
+    bool m_open = false;
+    bool m_waiting = false;
+};

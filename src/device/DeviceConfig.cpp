@@ -1,0 +1,67 @@
+#include "DeviceConfig.h"
+
+#include "Logger.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace DeviceConfig {
+
+ReadResult read(const QString& path, QMap<QString, TCPSettings>& devices)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        Logger::info("[Error]: Failed to open JSON file for reading.");
+        return ReadResult::Unreadable;
+    }
+    const QString text = QString::fromUtf8(file.readAll());
+    file.close();
+
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8());
+    if (document.isNull() || !document.isObject()) {
+        Logger::info("[Error] Invalid JSON format.");
+        return ReadResult::Invalid;
+    }
+    const QJsonObject root = document.object();
+    for (const QString& key : root.keys()) {
+        const QJsonObject device = root.value(key).toObject();
+        TCPSettings settings;
+        settings.status = device.value(QStringLiteral("Status")).toInt();
+        settings.tcpType = device.value(QStringLiteral("TcpType")).toInt();
+        settings.tcpPort = device.value(QStringLiteral("TcpPort")).toString();
+        settings.tcpClientIP = device.value(QStringLiteral("TcpClientIP")).toString();
+        settings.fileDir = device.value(QStringLiteral("FileDir")).toString();
+        settings.startChar = device.value(QStringLiteral("StartChar")).toString();
+        settings.endChar = device.value(QStringLiteral("EndChar")).toString();
+        devices.insert(key, settings);
+    }
+    return ReadResult::Read;
+}
+
+bool write(const QString& path, const QList<QPair<QString, TCPSettings>>& devices)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        Logger::info("[Error]: Failed to open JSON file for writing.");
+        return false;
+    }
+    QJsonObject root;
+    for (const auto& named : devices) {
+        const TCPSettings& settings = named.second;
+        QJsonObject device;
+        device.insert(QStringLiteral("Status"), settings.status);
+        device.insert(QStringLiteral("TcpType"), settings.tcpType);
+        device.insert(QStringLiteral("TcpPort"), settings.tcpPort);
+        device.insert(QStringLiteral("TcpClientIP"), settings.tcpClientIP);
+        device.insert(QStringLiteral("FileDir"), settings.fileDir);
+        device.insert(QStringLiteral("StartChar"), settings.startChar);
+        device.insert(QStringLiteral("EndChar"), settings.endChar);
+        root.insert(named.first, device);
+    }
+    file.write(QJsonDocument(root).toJson());
+    file.close();
+    return true;
+}
+
+} // namespace DeviceConfig
