@@ -56,9 +56,8 @@ public:
 private slots:
     void linesGoToConsoleAndFile()
     {
-        QTemporaryDir dir;
-        QFile log(dir.filePath("log.txt"));
-        QVERIFY(log.open(QIODevice::ReadWrite | QIODevice::Unbuffered) && log.write("earlier run\n") == 12);
+        QTemporaryFile log;
+        QVERIFY(log.open() && log.write("earlier run\n") == 12 && log.flush());
         QProcess child;
         child.start(QCoreApplication::applicationFilePath(), { "--log", log.fileName() });
         QVERIFY(child.waitForFinished() && child.exitCode() == 0);

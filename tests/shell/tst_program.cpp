@@ -29,19 +29,18 @@ private slots:
     }
 
     // A row: TCPconfig.json ("-" for none; %DEV% is an open client device) | what stands in the way
-    // (a trailing / for a directory) | errors logged (r reading, i invalid, w writing) | device opens.
+    // (a trailing / for a directory) | errors logged (4 reading, 2 invalid, 1 writing, added) | device opens.
     void startRunAndClose_data()
     {
         QTest::addColumn<QString>("row");
         const QString good = "{\"page_Device1\": %DEV%, \"stray\": {}}";
-        QTest::newRow("intact") << good + "|||1";
-        QTest::newRow("missing") << "-||r|0";
-        QTest::newRow("cut short") << "{\"page_Device1\": %DEV%||i|0";
-        QTest::newRow("array root") << "[%DEV%]||i|0";
-        QTest::newRow("wrong types") << "{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}|||0";
-        QTest::newRow("Log is a file") << good + "|Log||1";
-        QTest::newRow("today's log is a directory") << good + "|Log/" + logName() + "/||1";
-        QTest::newRow("TCPconfig.json is a directory") << "-|TCPconfig.json/|rw|0";
+        QTest::newRow("intact") << good + "||0|1";
+        QTest::newRow("missing") << "-||4|0";
+        QTest::newRow("cut short") << "{\"page_Device1\": %DEV%||2|0";
+        QTest::newRow("array root") << "[%DEV%]||2|0";
+        QTest::newRow("wrong types") << "{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}||0|0";
+        QTest::newRow("Log is a file") << good + "|Log|0|1";
+        QTest::newRow("TCPconfig.json is a directory") << "-|TCPconfig.json/|5|0";
     }
 
     void startRunAndClose()
@@ -58,6 +57,11 @@ private slots:
                                           : TestProgramDir::writeFile(path(cell[1]), "x"));
 
         QProcess program;
+        if (cell[3] == "0") { // without the window there is nothing to serve: it says so and ends
+            start(program, QString());
+            QVERIFY(program.waitForFinished(15000) && program.exitCode() == 2);
+            QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
+        }
         const QString window = start(program, "MainWindow");
         QVERIFY(!window.isEmpty());
         if (cell[3] == "1") {
@@ -69,56 +73,93 @@ private slots:
         QVERIFY(endsWell(program, window));
 
         const QByteArray out = program.readAllStandardOutput();
-        QString errors;
-        for (const char* error : { "r JSON file for reading.", "i Invalid JSON format.", "w JSON file for writing." })
-            errors += out.contains(error + 2) ? QString(error[0]) : QString();
-        QCOMPARE(errors, cell[2]);
+        QCOMPARE(4 * out.contains("reading.") + 2 * out.contains("Invalid JSON") + out.contains("writing."),
+                 cell[2].toInt());
         QCOMPARE(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"), !cell[1].startsWith("Log"));
-        const QByteArray saved = FileProbe::readAll(path("TCPconfig.json"));
-        const QJsonObject root = QJsonDocument::fromJson(saved).object();
-        QCOMPARE(saved, errors.contains('w') ? QByteArray() : QJsonDocument(root).toJson()); // indented, members sorted
+        const QJsonObject root = QJsonDocument::fromJson(FileProbe::readAll(path("TCPconfig.json"))).object();
         QCOMPARE(root["page_Device1"].toObject()["Status"].toInt(), cell[3].toInt());
         QVERIFY(cell[3] == "0" || root["page_Device1"].toObject() == device);
     }
 
-    void secondInstanceEndsWithMinusOne()
+    // Without a display: the device stored open waits for its late camera and serves it; a second
+    // instance, with a window or without, says so and ends with -1; SIGTERM ends the log; the
+    // configuration stays as it was.
+    void headlessServesTheStoredDevicesAlone()
     {
         FakeCamera camera;
         QTemporaryDir frames;
-        const QJsonObject root { { "page_Device1", TestProgramDir::clientDevice(1, camera.listen(), frames.path()) } };
+        const quint16 port = FakeCamera::freePort();
+        const QJsonObject root { { "page_Device1", TestProgramDir::clientDevice(1, port, frames.path()) } };
         QVERIFY(TestProgramDir::writeFile(path("TCPconfig.json"), QJsonDocument(root).toJson()));
-        QProcess first, second;
-        const QString window = start(first, "MainWindow");
-        const QDateTime saved = QFileInfo(path("TCPconfig.json")).lastModified();
+        QProcess program, second, third;
+        start(program, QString());
+        QByteArray out;
+        QTRY_VERIFY((out += program.readAllStandardOutput()).contains("does not answer yet"));
+        QTest::qWait(10000); // the camera boots late
+        QCOMPARE(camera.listen(port), port);
+        QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, 10000);
+        camera.send("[late]");
+        QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
 
-        const QString tip = start(second, "Tip"); // it tells the user
-        QVERIFY(!tip.isEmpty());
-        xdotool("key --window " + tip + " Return");
-        QVERIFY(second.waitForFinished(15000));
-        QCOMPARE(second.exitCode(), 255);
-        QCOMPARE(QFileInfo(path("TCPconfig.json")).lastModified(), saved);
-        QVERIFY(endsWell(first, window));
+        // A second instance with a window tells the user, one without tells its error output; both end.
+        QCOMPARE(QProcess::execute("xdotool", { "key", "--window", start(second, "Tip"), "Return" }), 0);
+        start(third, QString());
+        for (QProcess* refused : { &second, &third })
+            QVERIFY(refused->waitForFinished(15000) && refused->exitCode() == 255
+                    && refused->readAllStandardError().contains("already running"));
+        program.terminate();
+        QVERIFY(program.waitForFinished(15000) && program.exitCode() == 0);
+        out += program.readAllStandardOutput();
+        QVERIFY(out.contains(" page_Device1 127.0.0.1:" + QByteArray::number(port) + " : This device is successfully"));
+        QVERIFY(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"));
+        QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
+    }
+
+    // A headless run with nothing to serve says why and ends with 2, which the service does not restart.
+    void headlessRefusesAnUnusableConfiguration_data()
+    {
+        QTest::addColumn<QByteArray>("config");
+        QTest::addColumn<QByteArray>("logged");
+        QTest::newRow("missing") << QByteArray() << QByteArray("[Error]: Failed to open JSON file for reading.");
+        QTest::newRow("damaged") << QByteArray("{\"page_Device1\": ") << QByteArray("[Error] Invalid JSON format.");
+        QTest::newRow("nothing open") << QByteArray("{}") << QByteArray("Quillon start");
+    }
+    void headlessRefusesAnUnusableConfiguration()
+    {
+        QFETCH(QByteArray, config);
+        QFETCH(QByteArray, logged);
+        QVERIFY(config.isEmpty() || TestProgramDir::writeFile(path("TCPconfig.json"), config));
+        QProcess program;
+        start(program, QString());
+        QVERIFY(program.waitForFinished(15000));
+        QCOMPARE(program.exitCode(), 2);
+        QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
+        QVERIFY(FileProbe::readAll(path("Log/" + logName())).contains(logged));
     }
 
 private:
     QString path(const QString& relative) const { return m_dir->filePath(relative); }
     static QString logName() { return "log_Tapwright_" + QDate::currentDate().toString("yyyy_MM_dd") + ".txt"; }
     // Started from another directory: the program must still work beside itself, and leave it alone.
+    // Without a title it runs headless, with no display at all.
     QString start(QProcess& process, const QString& title)
     {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(title.isEmpty() ? "DISPLAY" : "");
+        process.setProcessEnvironment(environment);
         process.setWorkingDirectory(path("elsewhere"));
-        process.start(path("tapwright"), QStringList());
+        process.start(path("tapwright"), title.isEmpty() ? QStringList("--headless") : QStringList());
         const QString search = "search --sync --onlyvisible --pid %1 --name ^%2$";
-        return xdotool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
+        return title.isEmpty() ? "" : xdotool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
     }
     bool endsWell(QProcess& process, const QString& window)
     {
-        const int width
-            = xdotool("getwindowgeometry --shell " + window).section("WIDTH=", 1).section('\n', 0, 0).toInt();
-        const QString click = "mousemove --window %1 --sync 9 99 mousemove --window %1 --sync %2 14 click 1";
-        xdotool(click.arg(window).arg(width - 14)); // from inside the window, as a hand comes, to the close button
-        return process.waitForFinished(15000) && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0
-            && QDir(path("elsewhere")).isEmpty();
+        // From inside the window, as a hand comes, to the close button at the top right corner.
+        const QString script
+            = "eval $(xdotool getwindowgeometry --shell %1); xdotool mousemove --window %1 --sync 9 99 "
+              "mousemove --window %1 --sync $((WIDTH - 14)) 14 click 1";
+        QProcess::execute("sh", { "-c", script.arg(window) });
+        return process.waitForFinished(15000) && process.exitStatus() + process.exitCode() == 0; // a normal exit, 0
     }
 
     QScopedPointer<QTemporaryDir> m_dir;
