@@ -29,12 +29,12 @@ tapwright_asan_suite() {
     ctest --test-dir "$TAPWRIGHT_ROOT/$dir" --output-on-failure -j"$(nproc)"
 }
 
-# tapwright_tsan_suite <dir>: the pipeline and network tests with ThreadSanitizer.
+# tapwright_tsan_suite <dir>: the pipeline, network and device tests with ThreadSanitizer.
 tapwright_tsan_suite() {
     local dir=$1
-    echo "== TSan: build and run the pipeline and network tests in $dir"
+    echo "== TSan: build and run the pipeline, network and device tests in $dir"
     tapwright_build "$dir" -DTAPWRIGHT_SANITIZER=thread -DTAPWRIGHT_BUILD_TESTS=ON -DTAPWRIGHT_BUILD_BENCH=OFF
-    tapwright_no_aslr ctest --test-dir "$TAPWRIGHT_ROOT/$dir" -L 'pipeline|net' --output-on-failure -j"$(nproc)"
+    tapwright_no_aslr ctest --test-dir "$TAPWRIGHT_ROOT/$dir" -L 'pipeline|net|device' --output-on-failure -j"$(nproc)"
 }
 
 # tapwright_fuzz_runs <dir> <seconds>: each fuzzer for a while on a copy of its seeds (clang only).

@@ -94,7 +94,8 @@ void TCPSettingWidget::retranslate()
 
     const TCPSettings& settings = device->settings();
     const bool server = settings.tcpType != 0;
-    if (ui->label_TCP->property("status").toInt() == 0) {
+    // A device waiting for its camera is open to the operator, though its lamp is still grey.
+    if (ui->label_TCP->property("status").toInt() == 0 && !device->isWaiting()) {
         ui->openTcpBtn->setText(server ? tr("Open") : tr("Connect"));
     } else {
         ui->openTcpBtn->setText(server ? tr("Close") : tr("Disconnect"));

@@ -120,6 +120,10 @@ private slots:
         m_win->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_win.data()));
         QVERIFY(QFile::remove("TCPconfig.json"));
+        // A language change while the device waits keeps the button that ends the wait.
+        m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(1);
+        m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(0);
+        QCOMPARE(page(1)->findChild<QToolButton*>("openTcpBtn")->text(), QString("Disconnect"));
         // The camera comes up late: the device waits for it, and the sheet's lamp turns green (hue 120-149).
         QCOMPARE(camera.listen(port), port);
         QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, 10000);

@@ -115,28 +115,6 @@ private slots:
         QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
     }
 
-    // A headless run with nothing to serve says why and ends with 2, which the service does not restart.
-    void headlessRefusesAnUnusableConfiguration_data()
-    {
-        QTest::addColumn<QByteArray>("config");
-        QTest::addColumn<QByteArray>("logged");
-        QTest::newRow("missing") << QByteArray() << QByteArray("[Error]: Failed to open JSON file for reading.");
-        QTest::newRow("damaged") << QByteArray("{\"page_Device1\": ") << QByteArray("[Error] Invalid JSON format.");
-        QTest::newRow("nothing open") << QByteArray("{}") << QByteArray("Quillon start");
-    }
-    void headlessRefusesAnUnusableConfiguration()
-    {
-        QFETCH(QByteArray, config);
-        QFETCH(QByteArray, logged);
-        QVERIFY(config.isEmpty() || TestProgramDir::writeFile(path("TCPconfig.json"), config));
-        QProcess program;
-        start(program, QString());
-        QVERIFY(program.waitForFinished(15000));
-        QCOMPARE(program.exitCode(), 2);
-        QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
-        QVERIFY(FileProbe::readAll(path("Log/" + logName())).contains(logged));
-    }
-
 private:
     QString path(const QString& relative) const { return m_dir->filePath(relative); }
     static QString logName() { return "log_Tapwright_" + QDate::currentDate().toString("yyyy_MM_dd") + ".txt"; }
