@@ -23,7 +23,7 @@ QStringList texts(const QSignalSpy& spy)
 
 } // namespace
 
-// The device without its page: checks, the open and close sequences, and waiting for a camera.
+// The device without its page: the open and close sequences, and waiting for a camera.
 class tst_device final : public QObject
 {
     Q_OBJECT
@@ -31,8 +31,6 @@ class tst_device final : public QObject
 private slots:
     void initTestCase();
     void init();
-    void checksComeInOrder_data();
-    void checksComeInOrder();
     void opensReceivesAndCloses_data();
     void opensReceivesAndCloses();
     void failedOpenLogsTheStoredAddress();
@@ -59,31 +57,6 @@ void tst_device::init()
     for (const QString& name : QDir(m_frames.path()).entryList(QDir::Files)) {
         QFile::remove(m_frames.filePath(name));
     }
-}
-
-void tst_device::checksComeInOrder_data()
-{
-    QTest::addColumn<QStringList>("fields");
-    QTest::addColumn<QString>("directory");
-    QTest::addColumn<QString>("problem");
-    const QString address = "Enter an IP address or port number!";
-    const QString markers = "Enter a start char or end char!";
-    QTest::newRow("no ip") << QStringList { "", "1", "[", "]" } << "d" << address;
-    QTest::newRow("no port, no markers") << QStringList { "1", "", "", "]" } << "d" << address;
-    QTest::newRow("no start") << QStringList { "1", "1", "", "]" } << "" << markers;
-    QTest::newRow("no end") << QStringList { "1", "1", "[", "" } << "d" << markers;
-    QTest::newRow("no directory") << QStringList { "1", "1", "[", "]" } << ""
-                                  << "You did not select any file save directory.";
-    QTest::newRow("all there") << QStringList { "1", "1", "[", "]" } << "d" << QString();
-}
-
-void tst_device::checksComeInOrder()
-{
-    QFETCH(QStringList, fields);
-    QFETCH(QString, directory);
-    QFETCH(QString, problem);
-    m_device->settings().fileDir = directory;
-    QCOMPARE(QString::fromLatin1(m_device->checkFields({ true, fields[0], fields[1], fields[2], fields[3] })), problem);
 }
 
 void tst_device::opensReceivesAndCloses_data()
