@@ -12,16 +12,16 @@
     bool (*const formatted[])(const char*, ...)
         = { Logger::fatal, Logger::error, Logger::warn, Logger::info, Logger::debug };
     Logger::info(std::string("before open"));
-    Logger::open(path);
-    Logger::open("other.txt");
+    // What the calls answer, in order, goes into the log last.
+    std::string told { char('0' + Logger::open(path)), char('0' + Logger::open("other.txt")) };
     for (int level = LOG_FATAL; level <= LOG_DEBUG; ++level)
-        formatted[level]("%d!", level);
+        told += char('0' + formatted[level]("%d!", level));
     Logger::setLevel(LOG_DEBUG);
     for (int level = LOG_FATAL; level <= LOG_DEBUG; ++level)
-        plain[level](std::to_string(level) + "% %s");
+        told += char('0' + plain[level](std::to_string(level) + "% %s"));
     Logger::info(std::string(600, 'x'));
     Logger::info("%s", std::string(600, 'y').c_str());
-    Logger::beginScope("outer");
+    told += { char('0' + Logger::beginScope("")), char('0' + Logger::beginScope("outer")) };
     Logger::beginScope("inner");
     Logger::writeStackTrace();
     while (!Logger::endScope().empty()) { }
@@ -32,6 +32,7 @@
     std::thread other(writeLines, 'B');
     writeLines('A');
     other.join();
+    Logger::info("told " + told);
     std::exit(0);
 }
 
@@ -73,11 +74,10 @@ private slots:
         QByteArray lines = "INFO  - LOG INITIALISED\nFATAL - 0!\nERROR - 1!\nWARN  - 2!\nINFO  - 3!\nFATAL - 0% %s\n"
                            "ERROR - 1% %s\nWARN  - 2% %s\nINFO  - 3% %s\nDEBUG - 4% %s\nDEBUG - outer BEGIN\n"
                            "DEBUG - inner BEGIN\n---Stack Trace---\n| outer\n| inner\n-----------------\n"
-                           "DEBUG - inner END\nDEBUG - outer END\nINFO  - LOG FINALISED\n";
+                           "DEBUG - inner END\nDEBUG - outer END\nINFO  - told 10111101111101\nINFO  - LOG FINALISED\n";
         lines += "INFO  - " + QByteArray(483, 'x') + "\nINFO  - " + QByteArray(483, 'y') + '\n';
-        for (const char c : { 'A', 'B' })
-            for (int i = 0; i < 300; ++i)
-                lines += "INFO  - " + QByteArray(200, c) + QByteArray::number(i) + '\n';
+        for (int i = 0; i < 600; ++i)
+            lines += "INFO  - " + QByteArray(200, "AB"[i / 300]) + QByteArray::number(i % 300) + '\n';
         QCOMPARE(unstamped(log.readAll()), unstamped(lines));
         QCOMPARE(unstamped(child.readAllStandardOutput()), unstamped("INFO  - before open\n" + lines));
     }
