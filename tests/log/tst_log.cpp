@@ -32,7 +32,9 @@
     std::thread other(writeLines, 'B');
     writeLines('A');
     other.join();
-    Logger::info("told " + told);
+    QFile file(QString::fromStdString(path)); // each line is on disk before the call returns
+    told += char('0' + (file.open(QIODevice::ReadOnly) && file.readAll().endsWith("299\n")));
+    Logger::info("got " + told);
     std::exit(0);
 }
 
@@ -74,7 +76,7 @@ private slots:
         QByteArray lines = "INFO  - LOG INITIALISED\nFATAL - 0!\nERROR - 1!\nWARN  - 2!\nINFO  - 3!\nFATAL - 0% %s\n"
                            "ERROR - 1% %s\nWARN  - 2% %s\nINFO  - 3% %s\nDEBUG - 4% %s\nDEBUG - outer BEGIN\n"
                            "DEBUG - inner BEGIN\n---Stack Trace---\n| outer\n| inner\n-----------------\n"
-                           "DEBUG - inner END\nDEBUG - outer END\nINFO  - told 10111101111101\nINFO  - LOG FINALISED\n";
+                           "DEBUG - inner END\nDEBUG - outer END\nINFO  - got 101111011111011\nINFO  - LOG FINALISED\n";
         lines += "INFO  - " + QByteArray(483, 'x') + "\nINFO  - " + QByteArray(483, 'y') + '\n';
         for (int i = 0; i < 600; ++i)
             lines += "INFO  - " + QByteArray(200, "AB"[i / 300]) + QByteArray::number(i % 300) + '\n';
