@@ -121,6 +121,11 @@ void Device::closeDevice()
     close(m_settings.tcpType == 0);
 }
 
+bool Device::openAtStart(const Fields& fields)
+{
+    return open(fields) || (fields.client && waitForCamera(fields));
+}
+
 bool Device::waitForCamera(const Fields& fields)
 {
     if (m_client->openWhenReachable(fields.ip, fields.port) != 0) {

@@ -44,6 +44,9 @@ public:
     // Closes by the stored role, whether open or not.
     void closeDevice();
 
+    // Opens a device stored open: a client whose camera does not answer yet waits for it.
+    bool openAtStart(const Fields& fields);
+
     // Opens a client device whose camera does not answer yet: the worker runs and the endpoint
     // keeps trying until the camera answers. Says so once.
     bool waitForCamera(const Fields& fields);

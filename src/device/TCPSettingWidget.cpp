@@ -162,7 +162,7 @@ void TCPSettingWidget::fillTypeComboBox()
     ui->comboBox_tcp->setView(new QListView());
 }
 
-bool TCPSettingWidget::openOrClose(bool waitForCamera)
+bool TCPSettingWidget::openOrClose(bool atStart)
 {
     const QString buttonText = ui->openTcpBtn->text();
     const bool toOpen = buttonText == tr("Open") || buttonText == tr("Connect");
@@ -174,14 +174,11 @@ bool TCPSettingWidget::openOrClose(bool waitForCamera)
                                       ui->lineEdit_port->text(),
                                       ui->lineEditStartChar->text(),
                                       ui->lineEditEndChar->text() };
-        if (device->open(fields)) {
-            showOpen(client, 1);
-            return true;
+        const bool opened = atStart ? device->openAtStart(fields) : device->open(fields);
+        if (opened) {
+            showOpen(client, device->isWaiting() ? 0 : 1);
         }
-        if (waitForCamera && client && device->waitForCamera(fields)) {
-            showOpen(client, 0);
-        }
-        return false;
+        return opened;
     }
 
     qDebug() << "IP " << ui->lineEdit_IP->text();

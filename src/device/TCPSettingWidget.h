@@ -35,8 +35,8 @@ public slots:
 
 private:
     void fillTypeComboBox();
-    // A failed open of a stored client device waits for its camera instead of giving up.
-    bool openOrClose(bool waitForCamera = false);
+    // At start, a stored client device whose camera does not answer yet waits for it.
+    bool openOrClose(bool atStart = false);
     bool checkFields();
     void showOpen(bool client, int lamp);
     void setControlsEnabled(bool enabled);

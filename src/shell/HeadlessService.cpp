@@ -68,9 +68,7 @@ void HeadlessService::openDevice(Device* device)
         print(device, ip, QCoreApplication::translate("TCPSettingWidget", problem));
         return;
     }
-    if (!device->open(fields) && client) {
-        device->waitForCamera(fields);
-    }
+    device->openAtStart(fields);
 }
 
 void HeadlessService::print(const Device* device, const QString& ip, const QString& text)

@@ -60,8 +60,7 @@ void reportSecondInstance()
 void loadHeadlessLanguage(QTranslator& translator)
 {
     const QSettings settings(QStringLiteral("Conf/language.ini"), QSettings::IniFormat);
-    if (settings.value(QStringLiteral("language/lang")).toInt() == 0
-        && settings.value(QStringLiteral("language/lang")).isValid()
+    if (settings.value(QStringLiteral("language/lang"), QStringLiteral("2")).toInt() == 0
         && translator.load(QStringLiteral("Language/chinese/quillon_zh.qm"))) {
         QCoreApplication::installTranslator(&translator);
     }
