@@ -49,7 +49,7 @@ tapwright_fuzz_runs() {
         -DTAPWRIGHT_BUILD_TESTS=OFF -DTAPWRIGHT_BUILD_BENCH=OFF
     local work target status=0
     work=$(mktemp -d "${TMPDIR:-/tmp}/tapwright-fuzz.XXXXXX")
-    for target in fuzz_frames fuzz_keys fuzz_config; do
+    for target in fuzz_stream fuzz_config; do
         mkdir -p "$work/$target"
         cp "$TAPWRIGHT_ROOT/fuzz/corpus/$target/"* "$work/$target/"
         local run=("$TAPWRIGHT_ROOT/$dir/fuzz/$target" -max_total_time="$seconds" -timeout=10

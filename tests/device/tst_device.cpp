@@ -1,136 +1,188 @@
 #include "Device.h"
 #include "FakeCamera.h"
 #include "FileProbe.h"
+#include "LocalIPv4.h"
 #include "Logger.h"
+#include "TCPSettingWidget.h"
 
-#include <QSignalSpy>
-#include <QTemporaryDir>
+#include <QtNetwork>
 #include <QtTest>
+#include <QtWidgets>
 
-namespace {
+// The address the server role should offer, from the lists the page consults.
+static QString serverAddress()
+{
+    const QList<QHostAddress> host = QHostInfo::fromName(QHostInfo::localHostName()).addresses();
+    return chooseLocalIPv4(host, QNetworkInterface::allAddresses()).toString();
+}
 
-constexpr int kWaitMs = 10000;
-const QByteArray kPrefix = "The package barcode info is :";
-
-QStringList texts(const QSignalSpy& spy)
+static QStringList texts(const QSignalSpy& spy)
 {
     QStringList all;
-    for (const QList<QVariant>& arguments : spy) {
+    for (const QList<QVariant>& arguments : spy)
         all << arguments.first().toString();
-    }
     return all;
 }
 
-} // namespace
-
-// The device without its page: the open and close sequences, and waiting for a camera.
+// The device page and the device behind it. Each table row is one text of |-separated cells. The
+// page's messages land in a pane, as in the window; those from the network threads arrive queued.
 class tst_device final : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-    void opensReceivesAndCloses_data();
-    void opensReceivesAndCloses();
-    void failedOpenLogsTheStoredAddress();
-    void waitsForTheCamera();
-    void closeEndsTheWait();
+    void initTestCase() { QVERIFY(Logger::open(m_log.toStdString())); }
+    void init()
+    {
+        m_page = new TCPSettingWidget;
+        connect(m_page, SIGNAL(sendShowLogData(QString)), &m_pane, SLOT(append(QString)));
+    }
+    void cleanup() { delete m_page; }
+
+    // A row: the host name's addresses | the active interfaces' addresses | the one to listen on.
+    void localIPv4Choice_data()
+    {
+        QTest::addColumn<QString>("row");
+        QTest::newRow("127.0.1.1 gives way") << "::1,127.0.1.1,192.168.1.5|fe80::2,127.0.0.1,10.0.0.2|10.0.0.2";
+        QTest::newRow("loopback kept without interface IPv4") << "127.0.1.1|fe80::2|127.0.1.1";
+        QTest::newRow("only IPv6 for the host name") << "::1,2001:db8::1|10.0.0.2|";
+    }
+
+    void localIPv4Choice()
+    {
+        const QStringList cell = cells();
+        QList<QHostAddress> lists[2];
+        for (int i : { 0, 1 })
+            for (const QString& text : cell[i].split(',', Qt::SkipEmptyParts))
+                lists[i].append(QHostAddress(text));
+        QCOMPARE(chooseLocalIPv4(lists[0], lists[1]), QHostAddress(cell[2]));
+    }
+
+    // On a fresh page the role box rewrites the address; the client opens, then the server.
+    void opensClosesAndKeepsItsStateThroughLanguages()
+    {
+        QTemporaryDir frames;
+        FakeCamera camera, client;
+        const quint16 port = camera.listen(), serverPort = FakeCamera::freePort();
+        m_page->setSettings({ 0, 0, QString::number(port), "127.0.0.1", frames.path(), "#", "$" });
+        auto* role = m_page->findChild<QComboBox*>("comboBox_tcp");
+        auto* ip = m_page->findChild<QLineEdit*>("lineEdit_IP");
+        ip->setText("typed by hand");
+        role->setCurrentIndex(1);
+        QCOMPARE(ip->text() + state(), serverAddress() + "Open 0 7 TCP Server");
+        role->setCurrentIndex(0);
+        QCOMPARE(ip->text() + state(), QStringLiteral("127.0.0.1Connect 0 7 TCP Client"));
+        press();
+        QTRY_COMPARE(camera.openCount(), 1);
+        QVERIFY(m_chinese.load(DEVICE_TEST_TRANSLATION) && QCoreApplication::installTranslator(&m_chinese));
+        m_page->retranslate();
+        QCOMPARE(state(), QStringLiteral("断开 1 1 TCP客户端"));
+        camera.send("#AB$#C");
+        QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join(), QByteArray("The package barcode info is :AB"));
+        press();
+        QCOMPARE(state(), QStringLiteral("连接 0 7 TCP客户端"));
+        QTRY_COMPARE(camera.endedByPeerCount(), 1);
+        QCoreApplication::removeTranslator(&m_chinese);
+        m_page->retranslate();
+
+        role->setCurrentIndex(1);
+        ip->setText("127.0.0.1"); // loopback only, as an operator may set it
+        press();                  // the camera still holds the stored port
+        QCOMPARE(state(), QStringLiteral("Open 0 7 TCP Server"));
+        QVERIFY(FileProbe::readAll(m_log).contains("server failed, ip: 127.0.0.1, port: " + QByteArray::number(port)));
+        m_page->findChild<QLineEdit*>("lineEdit_port")->setText(QString::number(serverPort));
+        press();
+        QVERIFY(client.connectToServer(serverPort));
+        m_page->retranslate();
+        QCOMPARE(state(), QStringLiteral("Close 1 1 TCP Server"));
+        client.send("#S$");
+        QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 2);
+        const QString messages = m_pane.toPlainText();
+        delete std::exchange(m_page, nullptr); // the window that listens is tearing down too
+        QCOMPARE(m_pane.toPlainText(), messages);
+        QTRY_COMPARE(client.endedByPeerCount(), 1);
+    }
+
+    // A row: IP | port | start | end | directory | the message. Stored open, the page checks at once.
+    void missingFieldStopsTheOpen_data()
+    {
+        QTest::addColumn<QString>("row");
+        const QString address = "|Enter an IP address or port number!", marks = "|Enter a start char or end char!";
+        QTest::newRow("no IP") << "|1|#|$|d" + address;
+        QTest::newRow("no end") << "127.0.0.1|1|#||d" + marks;
+        QTest::newRow("no directory") << "127.0.0.1|1|#|$||You did not select any file save directory.";
+        QTest::newRow("address first") << "127.0.0.1||#||" + address;
+    }
+
+    void missingFieldStopsTheOpen()
+    {
+        const QStringList cell = cells();
+        m_page->setSettings({ 1, 0, cell[1], cell[0], cell[4], cell[2], cell[3] });
+        QCOMPARE(m_pane.document()->lastBlock().text() + state(), cell[5] + "Connect 0 7 TCP Client");
+    }
+
+    // A failed open closes again and logs the address stored, not the one tried.
+    void failedOpenLogsTheStoredAddress()
+    {
+        Device device;
+        QSignalSpy messages(&device, &Device::message);
+        device.settings().tcpClientIP = "10.0.0.9";
+        device.settings().tcpPort = "7";
+        QVERIFY(!device.open({ true, "127.0.0.1", QString::number(FakeCamera::freePort()), "[", "]" }));
+        QVERIFY(!device.isOpen());
+        QCOMPARE(texts(messages),
+                 QStringList({ "Failed to connect to the server.", "Disconnected server successfully!" }));
+        QVERIFY(FileProbe::readAll(m_log).endsWith("[INFO] open TCP client failed, ip: 10.0.0.9, port: 7.\n"));
+    }
+
+    // A client whose camera is not up yet says so once and waits for it; a close ends a wait.
+    void waitsForTheCameraUntilClosed()
+    {
+        QTemporaryDir frames;
+        Device device;
+        device.settings().fileDir = frames.path();
+        QSignalSpy messages(&device, &Device::message), opened(&device, &Device::openedAfterWait);
+        FakeCamera camera, later;
+        const quint16 port = FakeCamera::freePort();
+        QVERIFY(device.waitForCamera({ true, "127.0.0.1", QString::number(port), "[", "]" }) && device.isWaiting());
+        QCOMPARE(camera.listen(port), port);
+        QTRY_COMPARE_WITH_TIMEOUT(opened.count(), 1, 10000);
+        QVERIFY(!device.isWaiting() && device.isOpen());
+        camera.send("[late]");
+        QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join(),
+                     QByteArray("The package barcode info is :late"));
+        QCOMPARE(texts(messages).filter("does not answer yet").size(), 1);
+        device.close(true);
+        QTRY_COMPARE(camera.endedByPeerCount(), 1);
+
+        const quint16 laterPort = FakeCamera::freePort();
+        QVERIFY(device.waitForCamera({ true, "127.0.0.1", QString::number(laterPort), "[", "]" }));
+        device.close(true);
+        QVERIFY(!device.isWaiting() && !device.isOpen());
+        QCOMPARE(later.listen(laterPort), laterPort);
+        QTest::qWait(2500); // past the library's retry interval: nothing may connect now
+        QCOMPARE(later.acceptedCount(), 0);
+    }
 
 private:
-    QTemporaryDir m_logDir;
-    QTemporaryDir m_frames;
-    std::unique_ptr<Device> m_device;
-    std::unique_ptr<QSignalSpy> m_messages;
+    void press() { QTest::mouseClick(m_page->findChild<QToolButton*>("openTcpBtn"), Qt::LeftButton); }
+    // The button's text, the stored status, how many controls take input, and the role shown.
+    QString state() const
+    {
+        int enabled = 0;
+        for (QWidget* control : m_page->findChildren<QWidget*>(QRegularExpression("^(lineEdit|btnSelect|comboBox)")))
+            enabled += control->isEnabled();
+        const QString button = m_page->findChild<QToolButton*>("openTcpBtn")->text();
+        const QString role = m_page->findChild<QComboBox*>("comboBox_tcp")->currentText();
+        return QString("%1 %2 %3 %4").arg(button).arg(m_page->getSettings().status).arg(enabled).arg(role);
+    }
+    static QStringList cells() { return static_cast<QString*>(QTest::qData("row", QMetaType::QString))->split('|'); }
+
+    const QString m_log = QDir::temp().filePath("device.log"); // the runner's scratch directory
+    QTranslator m_chinese;
+    QTextEdit m_pane;
+    TCPSettingWidget* m_page = nullptr;
 };
 
-void tst_device::initTestCase()
-{
-    QVERIFY(Logger::open(m_logDir.filePath("log.txt").toStdString()));
-}
-
-void tst_device::init()
-{
-    m_device = std::make_unique<Device>();
-    m_device->settings().fileDir = m_frames.path();
-    m_messages = std::make_unique<QSignalSpy>(m_device.get(), &Device::message);
-    for (const QString& name : QDir(m_frames.path()).entryList(QDir::Files)) {
-        QFile::remove(m_frames.filePath(name));
-    }
-}
-
-void tst_device::opensReceivesAndCloses_data()
-{
-    QTest::addColumn<bool>("client");
-    QTest::newRow("client") << true;
-    QTest::newRow("server") << false;
-}
-
-void tst_device::opensReceivesAndCloses()
-{
-    QFETCH(bool, client);
-    FakeCamera camera;
-    const quint16 port = client ? camera.listen() : FakeCamera::freePort();
-    QSignalSpy received(m_device.get(), &Device::received);
-    QVERIFY(m_device->open({ client, "127.0.0.1", QString::number(port), "[", "]" }));
-    QVERIFY(m_device->isOpen());
-    if (!client) {
-        QVERIFY(camera.connectToServer(port));
-    }
-    QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, kWaitMs);
-    camera.send("x[A1]y[B2]");
-    QTRY_COMPARE_WITH_TIMEOUT(FileProbe::textFileContents(m_frames.path()).size(), 2, kWaitMs);
-    QCOMPARE(FileProbe::textFileContents(m_frames.path()), QList<QByteArray>({ kPrefix + "A1", kPrefix + "B2" }));
-    QCOMPARE(texts(received).join(QString()), "x[A1]y[B2]");
-
-    m_device->close(client);
-    QVERIFY(!m_device->isOpen());
-    QTRY_COMPARE_WITH_TIMEOUT(camera.endedByPeerCount(), 1, kWaitMs);
-    const QString closing = client ? "Disconnected server successfully!" : "Shut down the server successfully!";
-    QTRY_VERIFY_WITH_TIMEOUT(texts(*m_messages).contains(closing), kWaitMs);
-}
-
-void tst_device::failedOpenLogsTheStoredAddress()
-{
-    m_device->settings().tcpClientIP = "10.0.0.9";
-    m_device->settings().tcpPort = "7";
-    QVERIFY(!m_device->open({ true, "127.0.0.1", QString::number(FakeCamera::freePort()), "[", "]" }));
-    QVERIFY(!m_device->isOpen());
-    QCOMPARE(texts(*m_messages),
-             QStringList({ "Failed to connect to the server.", "Disconnected server successfully!" }));
-    QVERIFY(FileProbe::readAll(m_logDir.filePath("log.txt"))
-                .endsWith("[INFO] open TCP client failed, ip: 10.0.0.9, port: 7.\n"));
-}
-
-void tst_device::waitsForTheCamera()
-{
-    const quint16 port = FakeCamera::freePort();
-    QSignalSpy opened(m_device.get(), &Device::openedAfterWait);
-    QVERIFY(m_device->waitForCamera({ true, "127.0.0.1", QString::number(port), "[", "]" }));
-    QVERIFY(m_device->isWaiting());
-    QCOMPARE(texts(*m_messages).filter("does not answer yet").size(), 1);
-
-    FakeCamera camera;
-    QCOMPARE(camera.listen(port), port);
-    QTRY_COMPARE_WITH_TIMEOUT(opened.count(), 1, kWaitMs);
-    QVERIFY(!m_device->isWaiting());
-    camera.send("[late]");
-    QTRY_COMPARE_WITH_TIMEOUT(
-        FileProbe::textFileContents(m_frames.path()), QList<QByteArray>({ kPrefix + "late" }), kWaitMs);
-    QCOMPARE(texts(*m_messages).filter("does not answer yet").size(), 1);
-}
-
-void tst_device::closeEndsTheWait()
-{
-    const quint16 port = FakeCamera::freePort();
-    QVERIFY(m_device->waitForCamera({ true, "127.0.0.1", QString::number(port), "[", "]" }));
-    m_device->close(true);
-    QVERIFY(!m_device->isWaiting() && !m_device->isOpen());
-    FakeCamera camera;
-    QCOMPARE(camera.listen(port), port);
-    QTest::qWait(2500); // past the library's retry interval: nothing may connect now
-    QCOMPARE(camera.acceptedCount(), 0);
-}
-
-QTEST_GUILESS_MAIN(tst_device)
+QTEST_MAIN(tst_device)
 #include "tst_device.moc"

@@ -87,7 +87,7 @@ void FakeCamera::run()
     QObject::connect(&server, &QTcpServer::newConnection, [this] {
         while (QTcpSocket* socket = m_server->nextPendingConnection()) {
             ++m_accepted;
-            m_dropOnAccept ? socket->abort() : adopt(socket);
+            adopt(socket);
         }
     });
     std::unique_lock<std::mutex> lock(m_mutex);

@@ -31,8 +31,6 @@ public:
     {
         onCameraThread([this] { m_server->close(); });
     }
-    // Closes each connection as soon as it is accepted, as a camera that keeps rebooting.
-    void setDropOnAccept(bool drop) { m_dropOnAccept = drop; }
 
     // Connects to the port and says whether the connection was made within a few seconds.
     bool connectToServer(quint16 port);
@@ -41,9 +39,8 @@ public:
 
     // Writes the bytes to every open connection.
     void send(const QByteArray& bytes);
-    // Streams the pattern over and over on every open connection until stopFlood().
+    // Streams the pattern over and over on every open connection; an empty one stops.
     void startFlood(const QByteArray& pattern);
-    void stopFlood() { startFlood(QByteArray()); }
     // Closes every open connection from this side.
     void dropConnections();
 
@@ -78,7 +75,6 @@ private:
     QList<QTcpSocket*> m_sockets;
     QByteArray m_floodPattern;
 
-    std::atomic<bool> m_dropOnAccept { false };
     std::atomic<quint16> m_localPort { 0 };
     std::atomic<int> m_accepted { 0 };
     std::atomic<int> m_open { 0 };

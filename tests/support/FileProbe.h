@@ -1,19 +1,31 @@
 #pragma once
 
-#include <QByteArray>
-#include <QString>
-#include <QStringList>
+#include <QDir>
+#include <QFile>
 
 // Read-only looks at what the program left on disk.
 namespace FileProbe {
 
-// Names of the "*.txt" files in dir, sorted by name (which sorts frame files by time).
-QStringList textFiles(const QString& dir);
-
 // The whole file, or an empty array when it cannot be read.
-QByteArray readAll(const QString& path);
+inline QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Names of the "*.txt" files in dir, sorted by name (which sorts frame files by time).
+inline QStringList textFiles(const QString& dir)
+{
+    return QDir(dir).entryList({ "*.txt" }, QDir::Files, QDir::Name);
+}
 
 // The contents of every "*.txt" file in dir, in name order.
-QList<QByteArray> textFileContents(const QString& dir);
+inline QList<QByteArray> textFileContents(const QString& dir)
+{
+    QList<QByteArray> contents;
+    for (const QString& name : textFiles(dir))
+        contents.append(readAll(dir + "/" + name));
+    return contents;
+}
 
 } // namespace FileProbe

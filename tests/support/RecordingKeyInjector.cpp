@@ -1,5 +1,6 @@
 #include "RecordingKeyInjector.h"
 
+#include <QRegularExpression>
 #include <thread>
 
 int RecordingKeyInjector::sendCharacter(unsigned int code, bool down)
@@ -43,13 +44,7 @@ QStringList RecordingKeyInjector::events() const
 
 QStringList RecordingKeyInjector::keyEvents() const
 {
-    QStringList keys;
-    for (const QString& event : events()) {
-        if (!event.startsWith("pause") && event != "finish") {
-            keys.append(event);
-        }
-    }
-    return keys;
+    return events().filter(QRegularExpression("^(char|keys|tap) "));
 }
 
 bool RecordingKeyInjector::record(const QString& event)

@@ -8,24 +8,12 @@ shift
 
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/tapwright-test.XXXXXX")
 xvfb_pid=""
-cleanup() {
-    if [ -n "$xvfb_pid" ]; then
-        kill "$xvfb_pid" 2>/dev/null || true
-        wait "$xvfb_pid" 2>/dev/null || true
-    fi
-    rm -rf "$scratch"
-}
-trap cleanup EXIT
+trap 'set +e; [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null && wait "$xvfb_pid"; rm -rf "$scratch"' EXIT
 
-export HOME=$scratch/home
-export XDG_CONFIG_HOME=$scratch/config
-export XDG_DATA_HOME=$scratch/data
-export XDG_CACHE_HOME=$scratch/cache
-export XDG_RUNTIME_DIR=$scratch/runtime
-export TMPDIR=$scratch/tmp
+export HOME=$scratch/home XDG_CONFIG_HOME=$scratch/config XDG_DATA_HOME=$scratch/data XDG_CACHE_HOME=$scratch/cache
+export XDG_RUNTIME_DIR=$scratch/runtime TMPDIR=$scratch/tmp LANG=C.UTF-8 LC_ALL=C.UTF-8
 mkdir -p "$HOME" "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME" "$XDG_RUNTIME_DIR" "$TMPDIR"
 chmod 700 "$XDG_RUNTIME_DIR"
-export LANG=C.UTF-8 LC_ALL=C.UTF-8
 
 case "$mode" in
 --offscreen)
@@ -36,15 +24,8 @@ case "$mode" in
     displayfile=$scratch/display
     Xvfb -displayfd 3 -noreset -nolisten tcp -screen 0 1280x1024x24 3>"$displayfile" 2>"$scratch/xvfb.log" &
     xvfb_pid=$!
-    for _ in $(seq 1 100); do
-        [ -s "$displayfile" ] && break
-        sleep 0.05
-    done
-    if [ ! -s "$displayfile" ]; then
-        echo "run-test: Xvfb did not start" >&2
-        cat "$scratch/xvfb.log" >&2
-        exit 1
-    fi
+    for _ in $(seq 1 100); do [ -s "$displayfile" ] || sleep 0.05; done
+    [ -s "$displayfile" ] || { echo "run-test: Xvfb did not start" >&2; cat "$scratch/xvfb.log" >&2; exit 1; }
     export DISPLAY=":$(head -n1 "$displayfile")"
     export QT_QPA_PLATFORM=xcb
     ;;
