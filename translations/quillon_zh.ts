@@ -7,6 +7,10 @@
         <source>The camera at %1:%2 does not answer yet; the device keeps trying and opens when it does.</source>
         <translation>相机 %1:%2 尚未应答；设备会继续尝试，相机应答后即自动打开。</translation>
     </message>
+    <message>
+        <source>Any camera that connects to this server can type into the focused window. Enter an allowed camera to accept only that one.</source>
+        <translation>任何连接到此服务器的相机都能向当前焦点窗口输入文字。请填写允许的相机，只接受该相机。</translation>
+    </message>
 </context>
 <context>
     <name>MainWindow</name>
@@ -103,6 +107,10 @@
     <message>
         <source>The camera %1:%2 is disconnected from the server!</source>
         <translation>相机 %1:%2 已与服务器断开连接！</translation>
+    </message>
+    <message>
+        <source>The camera %1:%2 is not the allowed camera %3; it was turned away.</source>
+        <translation>相机 %1:%2 不是允许的相机 %3，已拒绝连接。</translation>
     </message>
 </context>
 <context>
@@ -212,6 +220,50 @@
     <message>
         <source>Close</source>
         <translation>关闭</translation>
+    </message>
+    <message>
+        <source>Keep every frame</source>
+        <translation>保留每一帧</translation>
+    </message>
+    <message>
+        <source>Type into focused window</source>
+        <translation>输入到焦点窗口</translation>
+    </message>
+    <message>
+        <source>Typing speed</source>
+        <translation>输入速度</translation>
+    </message>
+    <message>
+        <source>Allowed camera</source>
+        <translation>允许的相机</translation>
+    </message>
+    <message>
+        <source>Any camera</source>
+        <translation>任意相机</translation>
+    </message>
+    <message>
+        <source>Enter the allowed camera as an IP address, or leave it empty!</source>
+        <translation>请以 IP 地址填写允许的相机，或留空！</translation>
+    </message>
+    <message>
+        <source>Slowest</source>
+        <translation>最慢</translation>
+    </message>
+    <message>
+        <source>Slow</source>
+        <translation>慢</translation>
+    </message>
+    <message>
+        <source>Normal</source>
+        <translation>正常</translation>
+    </message>
+    <message>
+        <source>Fast</source>
+        <translation>快</translation>
+    </message>
+    <message>
+        <source>Fastest</source>
+        <translation>最快</translation>
     </message>
 </context>
 <context>

@@ -7,6 +7,7 @@
 #include "NetTcpClient.h"
 
 #include <QDebug>
+#include <QHostAddress>
 #include <QHostInfo>
 #include <QNetworkInterface>
 
@@ -16,6 +17,8 @@ const char* const kEnterAddress = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter a
 const char* const kEnterStartEnd = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter a start char or end char!");
 const char* const kSelectDirectory
     = QT_TRANSLATE_NOOP("TCPSettingWidget", "You did not select any file save directory.");
+const char* const kEnterAllowedCamera
+    = QT_TRANSLATE_NOOP("TCPSettingWidget", "Enter the allowed camera as an IP address, or leave it empty!");
 
 QList<QHostAddress> activeInterfaceAddresses()
 {
@@ -74,11 +77,24 @@ const char* Device::checkFields(const Fields& fields) const
     if (m_settings.fileDir.isEmpty()) {
         return kSelectDirectory;
     }
+    if (!fields.client && !fields.allowedCamera.isEmpty() && QHostAddress(fields.allowedCamera).isNull()) {
+        return kEnterAllowedCamera;
+    }
     return nullptr;
+}
+
+Device::Fields Device::storedFields(const TCPSettings& settings, const QString& ip)
+{
+    return { settings.tcpType == 0, ip,
+             settings.tcpPort,      settings.startChar,
+             settings.endChar,      settings.keepEveryFrame,
+             settings.keyOutput,    settings.keySpeed,
+             settings.allowedCamera };
 }
 
 bool Device::open(const Fields& fields)
 {
+    m_server->setAllowedCamera(fields.allowedCamera);
     const int result = fields.client ? m_client->open(fields.ip, fields.port) : m_server->open(fields.ip, fields.port);
     if (result != 0) {
         if (fields.client) {
@@ -91,6 +107,10 @@ bool Device::open(const Fields& fields)
         Logger::info(line.arg(m_settings.tcpClientIP, m_settings.tcpPort).toStdString());
         return false;
     }
+    if (!fields.client && fields.keyOutput && fields.allowedCamera.isEmpty()) {
+        emit message(tr("Any camera that connects to this server can type into the focused window. "
+                        "Enter an allowed camera to accept only that one."));
+    }
     startWorker(fields);
     return true;
 }
@@ -98,7 +118,9 @@ bool Device::open(const Fields& fields)
 void Device::startWorker(const Fields& fields)
 {
     m_open = true;
-    m_dataThread->setKeyOutput(false);
+    m_dataThread->setKeyOutput(fields.keyOutput);
+    m_dataThread->setOutputSpeed(fields.keySpeed);
+    m_dataThread->setKeepEveryFrame(fields.keepEveryFrame);
     m_dataThread->setStartEndChar(fields.startChar, fields.endChar);
     m_dataThread->setFileDir(m_settings.fileDir);
     m_dataThread->startThread();

@@ -25,7 +25,14 @@ public:
         QString port;
         QString startChar;
         QString endChar;
+        bool keepEveryFrame = false;
+        bool keyOutput = false;
+        int keySpeed = TCPSettings::kDefaultKeySpeed;
+        QString allowedCamera {};
     };
+
+    // The fields as stored, with the address the role opens on.
+    static Fields storedFields(const TCPSettings& settings, const QString& ip);
 
     explicit Device(QObject* parent = nullptr);
     ~Device() override;

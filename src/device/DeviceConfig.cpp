@@ -34,6 +34,11 @@ ReadResult read(const QString& path, QMap<QString, TCPSettings>& devices)
         settings.fileDir = device.value(QStringLiteral("FileDir")).toString();
         settings.startChar = device.value(QStringLiteral("StartChar")).toString();
         settings.endChar = device.value(QStringLiteral("EndChar")).toString();
+        settings.keepEveryFrame = device.value(QStringLiteral("KeepEveryFrame")).toInt() == 1;
+        settings.keyOutput = device.value(QStringLiteral("KeyOutput")).toInt() == 1;
+        const int keySpeed = device.value(QStringLiteral("KeySpeed")).toInt(TCPSettings::kDefaultKeySpeed);
+        settings.keySpeed = keySpeed >= 0 && keySpeed <= 4 ? keySpeed : TCPSettings::kDefaultKeySpeed;
+        settings.allowedCamera = device.value(QStringLiteral("AllowedCamera")).toString();
         devices.insert(key, settings);
     }
     return ReadResult::Read;
@@ -57,6 +62,19 @@ bool write(const QString& path, const QList<QPair<QString, TCPSettings>>& device
         device.insert(QStringLiteral("FileDir"), settings.fileDir);
         device.insert(QStringLiteral("StartChar"), settings.startChar);
         device.insert(QStringLiteral("EndChar"), settings.endChar);
+        // The options go in only when chosen, so a user who chooses none keeps the file as it was.
+        if (settings.keepEveryFrame) {
+            device.insert(QStringLiteral("KeepEveryFrame"), 1);
+        }
+        if (settings.keyOutput) {
+            device.insert(QStringLiteral("KeyOutput"), 1);
+        }
+        if (settings.keySpeed != TCPSettings::kDefaultKeySpeed) {
+            device.insert(QStringLiteral("KeySpeed"), settings.keySpeed);
+        }
+        if (!settings.allowedCamera.isEmpty()) {
+            device.insert(QStringLiteral("AllowedCamera"), settings.allowedCamera);
+        }
         root.insert(named.first, device);
     }
     file.write(QJsonDocument(root).toJson());

@@ -28,6 +28,8 @@ TCPSettingWidget::TCPSettingWidget(QWidget* parent)
     ui->setupUi(this);
 
     fillTypeComboBox();
+    fillKeySpeedBox();
+    ui->comboBoxKeySpeed->setCurrentIndex(TCPSettings::kDefaultKeySpeed);
     setLampStatus(ui->label_TCP, 0);
 
     device = new Device(this);
@@ -58,6 +60,10 @@ TCPSettings TCPSettingWidget::getSettings() const
     current.fileDir = ui->lineEdit_SaveFileNameDir->text();
     current.startChar = ui->lineEditStartChar->text();
     current.endChar = ui->lineEditEndChar->text();
+    current.keepEveryFrame = ui->checkBoxKeepEveryFrame->isChecked();
+    current.keyOutput = ui->checkBoxKeyOutput->isChecked();
+    current.keySpeed = ui->comboBoxKeySpeed->currentIndex();
+    current.allowedCamera = ui->lineEditAllowedCamera->text().trimmed();
     return current;
 }
 
@@ -71,6 +77,11 @@ void TCPSettingWidget::setSettings(TCPSettings s)
     ui->lineEdit_SaveFileNameDir->setText(settings.fileDir);
     ui->lineEditStartChar->setText(settings.startChar);
     ui->lineEditEndChar->setText(settings.endChar);
+    ui->checkBoxKeepEveryFrame->setChecked(settings.keepEveryFrame);
+    ui->checkBoxKeyOutput->setChecked(settings.keyOutput);
+    ui->comboBoxKeySpeed->setCurrentIndex(settings.keySpeed);
+    ui->lineEditAllowedCamera->setText(settings.allowedCamera);
+    ui->lineEditAllowedCamera->setEnabled(settings.tcpType == 1);
 
     if (settings.tcpType == 0) {
         ui->lineEdit_IP->setText(settings.tcpClientIP);
@@ -106,6 +117,11 @@ void TCPSettingWidget::retranslate()
     fillTypeComboBox();
     ui->comboBox_tcp->setCurrentIndex(settings.tcpType);
     connect(ui->comboBox_tcp, SIGNAL(currentIndexChanged(int)), this, SLOT(onTcpTypeComboBoxChanged(int)));
+
+    const int keySpeed = ui->comboBoxKeySpeed->currentIndex();
+    ui->comboBoxKeySpeed->clear();
+    fillKeySpeedBox();
+    ui->comboBoxKeySpeed->setCurrentIndex(keySpeed);
 }
 
 void TCPSettingWidget::on_btnSelectSaveFileDir_clicked()
@@ -126,11 +142,7 @@ void TCPSettingWidget::on_openTcpBtn_clicked()
 
 bool TCPSettingWidget::checkFields()
 {
-    const char* problem = device->checkFields({ true,
-                                                ui->lineEdit_IP->text(),
-                                                ui->lineEdit_port->text(),
-                                                ui->lineEditStartChar->text(),
-                                                ui->lineEditEndChar->text() });
+    const char* problem = device->checkFields(fieldsShown());
     if (problem) {
         emit sendShowLogData(tr(problem));
         qDebug() << problem;
@@ -146,6 +158,7 @@ void TCPSettingWidget::onTcpTypeComboBoxChanged(int index)
     }
     TCPSettings& settings = device->settings();
     settings.tcpType = index;
+    ui->lineEditAllowedCamera->setEnabled(index == 1);
     if (index != 0) {
         ui->lineEdit_IP->setText(Device::localIPAddress());
         ui->openTcpBtn->setText(tr("Open"));
@@ -162,6 +175,17 @@ void TCPSettingWidget::fillTypeComboBox()
     ui->comboBox_tcp->setView(new QListView());
 }
 
+void TCPSettingWidget::fillKeySpeedBox()
+{
+    // By index: the five typing speeds of the worker, slowest first.
+    ui->comboBoxKeySpeed->addItems({ tr("Slowest"), tr("Slow"), tr("Normal"), tr("Fast"), tr("Fastest") });
+}
+
+Device::Fields TCPSettingWidget::fieldsShown() const
+{
+    return Device::storedFields(getSettings(), ui->lineEdit_IP->text());
+}
+
 bool TCPSettingWidget::openOrClose(bool atStart)
 {
     const QString buttonText = ui->openTcpBtn->text();
@@ -169,11 +193,7 @@ bool TCPSettingWidget::openOrClose(bool atStart)
     const bool client = ui->comboBox_tcp->currentText() == tr("TCP Client");
 
     if (toOpen) {
-        const Device::Fields fields { client,
-                                      ui->lineEdit_IP->text(),
-                                      ui->lineEdit_port->text(),
-                                      ui->lineEditStartChar->text(),
-                                      ui->lineEditEndChar->text() };
+        const Device::Fields fields = fieldsShown();
         const bool opened = atStart ? device->openAtStart(fields) : device->open(fields);
         if (opened) {
             showOpen(client, device->isWaiting() ? 0 : 1);
@@ -204,4 +224,8 @@ void TCPSettingWidget::setControlsEnabled(bool enabled)
     ui->btnSelectSaveFileDir->setEnabled(enabled);
     ui->lineEditStartChar->setEnabled(enabled);
     ui->lineEditEndChar->setEnabled(enabled);
+    ui->checkBoxKeepEveryFrame->setEnabled(enabled);
+    ui->checkBoxKeyOutput->setEnabled(enabled);
+    ui->comboBoxKeySpeed->setEnabled(enabled);
+    ui->lineEditAllowedCamera->setEnabled(enabled && ui->comboBox_tcp->currentIndex() == 1);
 }

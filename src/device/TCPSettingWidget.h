@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Device.h"
 #include "TCPSettings.h"
 
 #include <QString>
@@ -8,8 +9,6 @@
 namespace Ui {
 class TCPSettingWidget;
 }
-
-class Device;
 
 // The page of one device: shows its settings and lets the operator open or close it.
 class TCPSettingWidget : public QWidget
@@ -35,6 +34,9 @@ public slots:
 
 private:
     void fillTypeComboBox();
+    void fillKeySpeedBox();
+    // What the form shows now, for the checks and the open.
+    Device::Fields fieldsShown() const;
     // At start, a stored client device whose camera does not answer yet waits for it.
     bool openOrClose(bool atStart = false);
     bool checkFields();

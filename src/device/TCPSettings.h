@@ -12,4 +12,11 @@ struct TCPSettings
     QString fileDir;
     QString startChar;
     QString endChar;
+    // Chosen per device; off, these leave the device as it always was.
+    bool keepEveryFrame = false;
+    bool keyOutput = false;
+    int keySpeed = kDefaultKeySpeed;
+    QString allowedCamera {};
+
+    static constexpr int kDefaultKeySpeed = 2;
 };

@@ -81,18 +81,33 @@ int NetTCPServer::send(const char* data, std::uint32_t size)
     return 0;
 }
 
+void NetTCPServer::setAllowedCamera(const QString& address)
+{
+    std::lock_guard<std::mutex> lock(sessionMutex);
+    allowedCamera = address.isEmpty() ? QHostAddress() : QHostAddress(address);
+}
+
 void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
 {
     // One lock over the test and the append keeps a second camera from slipping in between.
     std::lock_guard<std::mutex> lock(sessionMutex);
+    const auto remote = session->getRemoteAddress();
+    if (!allowedCamera.isNull() && !allowedCamera.isEqual(QHostAddress(QString(remote->getIP())))) {
+        server->removeSession(session);
+        emit sendMsgSig(tr("The camera %1:%2 is not the allowed camera %3; it was turned away.")
+                            .arg(QString(remote->getIP()))
+                            .arg(remote->getPort())
+                            .arg(allowedCamera.toString()));
+        return;
+    }
     if (!sessions.isEmpty()) {
         server->removeSession(session);
         return;
     }
     server->addSession(session);
     sessions.append(session);
-    peerIP = QByteArray(session->getRemoteAddress()->getIP());
-    peerPort = session->getRemoteAddress()->getPort();
+    peerIP = QByteArray(remote->getIP());
+    peerPort = remote->getPort();
     if (!peerIP.isEmpty()) {
         emit sendMsgSig(tr("Camera %1:%2 connected to the server successfully!").arg(QString(peerIP)).arg(peerPort));
     }

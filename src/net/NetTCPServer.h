@@ -4,6 +4,7 @@
 #include "Wirelet.h"
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QObject>
 #include <QString>
 #include <QVector>
@@ -24,6 +25,8 @@ public:
     int close();
     int setDataCallback(DataCallback callback, void* context);
     int send(const char* data, std::uint32_t size);
+    // When set, a camera from any other address is turned away; empty takes the first camera.
+    void setAllowedCamera(const QString& address);
 
     void onConnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session) override;
     void onDisconnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session, std::int32_t reason) override;
@@ -41,6 +44,7 @@ private:
     std::mutex receiveMutex;
     DataCallback dataCallback = nullptr;
     void* dataContext = nullptr;
+    QHostAddress allowedCamera;
     QByteArray peerIP;
     quint16 peerPort = 0;
 };

@@ -1,5 +1,6 @@
 #include "DataThread.h"
 
+#include "FrameKeeper.h"
 #include "KeyInjector.h"
 #include "Logger.h"
 #include "XTestKeyInjector.h"
@@ -35,6 +36,7 @@ bool DataThread::startThread()
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_buffer.clear();
+        m_droppedBytes = 0;
     }
     m_stop = false;
     start(QThread::InheritPriority);
@@ -46,7 +48,11 @@ bool DataThread::stopThread()
     if (!isRunning()) {
         return true;
     }
-    m_stop = true;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_dataArrived.notify_all();
     quit();
     wait();
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -75,6 +81,11 @@ void DataThread::setOutputSpeed(int speed)
     m_keyDelay = (speed >= 0 && speed <= 4) ? 5 - speed : 5;
 }
 
+void DataThread::setKeepEveryFrame(bool on)
+{
+    m_keepEveryFrame = on;
+}
+
 void DataThread::setKeyInjector(KeyInjector* injector)
 {
     m_keyInjector = injector;
@@ -85,11 +96,14 @@ void DataThread::pushData(const char* data, int len)
     if (data == nullptr || len <= 0) {
         return;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const int room = kBufferLimit - m_buffer.size();
-    if (room > 0) {
-        m_buffer.write(reinterpret_cast<const unsigned char*>(data), static_cast<unsigned int>(std::min(len, room)));
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const int room = (m_keepEveryFrame ? kKeepingBufferLimit : kBufferLimit) - m_buffer.size();
+        const int kept = std::max(0, std::min(len, room));
+        m_buffer.write(reinterpret_cast<const unsigned char*>(data), static_cast<unsigned int>(kept));
+        m_droppedBytes += m_keepEveryFrame ? len - kept : 0;
     }
+    m_dataArrived.notify_one();
 }
 
 int DataThread::pendingBytes()
@@ -100,11 +114,6 @@ int DataThread::pendingBytes()
 
 void DataThread::run()
 {
-    QString keyCarry;
-    QString fileCarry;
-    int idlePasses = 0;
-    unsigned char chunk[kChunkSize];
-
     // Xlib is not thread-safe, so the desktop's injector lives on the worker, one per run.
     std::unique_ptr<XTestKeyInjector> desktopInjector;
     m_typingInjector = nullptr;
@@ -120,6 +129,24 @@ void DataThread::run()
         }
     }
 
+    if (m_keepEveryFrame) {
+        runKeeping();
+    } else {
+        runChunked();
+    }
+
+    if (m_typingInjector) {
+        m_typingInjector->finishTyping();
+        m_typingInjector = nullptr;
+    }
+}
+
+void DataThread::runChunked()
+{
+    QString keyCarry;
+    QString fileCarry;
+    int idlePasses = 0;
+    unsigned char chunk[kChunkSize];
     while (!m_stop) {
         std::memset(chunk, 0, sizeof chunk);
         const int count = takeChunk(chunk);
@@ -152,10 +179,42 @@ void DataThread::run()
             fileCarry.clear();
         }
     }
+}
 
-    if (m_typingInjector) {
-        m_typingInjector->finishTyping();
-        m_typingInjector = nullptr;
+void DataThread::runKeeping()
+{
+    FrameKeeper keeper(m_startChar, m_endChar, m_fileDir);
+    QString keyCarry;
+    std::vector<unsigned char> bytes;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_stop) {
+        const auto arrived = [this] { return m_stop || m_buffer.size() > 0; };
+        if (!m_dataArrived.wait_for(lock, std::chrono::milliseconds(kKeepingSilenceMs), arrived)) {
+            // Silence: the held tail goes out, typing gives back what it borrowed, then sleep until data.
+            lock.unlock();
+            sendKeyText(std::exchange(keyCarry, QString()));
+            if (m_typingInjector) {
+                m_typingInjector->finishTyping();
+            }
+            lock.lock();
+            m_dataArrived.wait(lock, arrived);
+            continue;
+        }
+        bytes.resize(static_cast<size_t>(m_buffer.size()));
+        m_buffer.read(bytes.data(), static_cast<unsigned int>(bytes.size()));
+        const qint64 dropped = std::exchange(m_droppedBytes, 0);
+        lock.unlock();
+        if (dropped > 0) {
+            Logger::info(QString("[INFO] Dropped %1 received bytes: more than %2 bytes waited for the worker.")
+                             .arg(dropped)
+                             .arg(kKeepingBufferLimit)
+                             .toStdString());
+        }
+        const QString text = keeper.feed(QByteArray(reinterpret_cast<const char*>(bytes.data()), int(bytes.size())));
+        if (m_typingInjector) {
+            feedKeyText(keyCarry, text);
+        }
+        lock.lock();
     }
 }
 
@@ -199,10 +258,18 @@ void DataThread::limitFileCarry(QString& fileCarry)
     if (fileCarry.size() <= kFileCarryLimit) {
         return;
     }
-    Logger::info(QString("[INFO] Dropped %1 characters of an unfinished frame: no end text within %2 characters.")
-                     .arg(fileCarry.size())
-                     .arg(kFileCarryLimit)
-                     .toStdString());
+    int frames = 0;
+    for (int s = fileCarry.indexOf(m_startChar), e = 0; s >= 0; s = fileCarry.indexOf(m_startChar, e + 1)) {
+        e = fileCarry.indexOf(m_endChar, s + 1);
+        if (e < 0) {
+            break;
+        }
+        frames += e > s + 1;
+    }
+    const QString dropped = frames == 0
+        ? QString("[INFO] Dropped %1 characters of an unfinished frame: no end text within %2 characters.")
+        : QString("[INFO] Dropped %1 characters holding %3 complete frames: the carried text passed %2 characters.");
+    Logger::info(dropped.arg(fileCarry.size()).arg(kFileCarryLimit).arg(frames).toStdString());
     fileCarry.clear();
 }
 
@@ -269,7 +336,7 @@ void DataThread::sendKeyData(const char* data, int len)
         if (byte == '\r') {
             sendKeyChar('\r');
         } else {
-            const int closing = sendChord(data + i);
+            const int closing = sendChord(QString::fromLatin1(data + i));
             if (closing >= 0) {
                 i += closing;
             } else {
@@ -280,12 +347,44 @@ void DataThread::sendKeyData(const char* data, int len)
     }
 }
 
-int DataThread::sendChord(const char* p)
+void DataThread::feedKeyText(QString& keyCarry, const QString& received)
 {
-    if (*p != '<') {
+    const QString text = keyCarry + received;
+    keyCarry.clear();
+    const int lastOpen = text.lastIndexOf('<');
+    const bool held = lastOpen >= 0 && text.lastIndexOf('>') < lastOpen && text.size() - lastOpen < kHeldChordLength;
+    if (held) {
+        keyCarry = text.mid(lastOpen);
+    }
+    sendKeyText(held ? text.left(lastOpen) : text);
+}
+
+void DataThread::sendKeyText(const QString& text)
+{
+    if (text.isEmpty() || !m_typingInjector) {
+        return;
+    }
+    Logger::info((QStringLiteral("[INFO] The Tapwright outputs data:") + text).toStdString());
+    const QVector<uint> codes = text.toUcs4();
+    for (int i = 0; i < codes.size() && !m_stop; ++i) {
+        const int closing
+            = codes[i] == '<' ? sendChord(QString::fromUcs4(codes.constData() + i, codes.size() - i)) : -1;
+        if (codes[i] == '\r') {
+            sendKeyChar('\r');
+        } else if (closing >= 0) {
+            i += closing;
+        } else {
+            typeCharacter(codes[i]);
+        }
+        m_typingInjector->pause(m_keyDelay);
+    }
+}
+
+int DataThread::sendChord(const QString& text)
+{
+    if (!text.startsWith('<')) {
         return -1;
     }
-    const QString text = QString::fromLatin1(p);
     const int g = text.indexOf('>');
     if (g == -1 || g == 1) {
         return -1;

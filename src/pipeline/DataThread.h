@@ -6,6 +6,7 @@
 #include <QString>
 #include <QThread>
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 
 class KeyInjector;
@@ -26,6 +27,8 @@ public:
     void setFileDir(const QString& dir);
     void setKeyOutput(bool on);
     void setOutputSpeed(int speed);
+    // Every complete frame is written, UTF-8 is read across reads, and the worker wakes on data.
+    void setKeepEveryFrame(bool on);
 
     // Types through this injector instead of the desktop's; not owned. Set before startThread.
     void setKeyInjector(KeyInjector* injector);
@@ -36,6 +39,8 @@ public:
     int pendingBytes();
 
     static constexpr int kBufferLimit = 4096;
+    static constexpr int kKeepingBufferLimit = 16 * 1024 * 1024;
+    static constexpr int kKeepingSilenceMs = 200;
     static constexpr int kChunkSize = 128;
     static constexpr int kChunkPauseMs = 10;
     static constexpr int kIdlePauseMs = 20;
@@ -57,6 +62,8 @@ private:
     // The fuzz targets step the two consumers directly, without the worker's thread and pauses.
     friend class DataThreadStepper;
 
+    void runChunked();
+    void runKeeping();
     int takeChunk(unsigned char* chunk);
     void extractFrame(QString& fileCarry, const char* data, int len, const QString& dir);
     void limitFileCarry(QString& fileCarry);
@@ -65,14 +72,20 @@ private:
 
     void feedKeyStream(QString& keyCarry, const char* data, int len);
     void sendKeyData(const char* data, int len);
-    int sendChord(const char* p);
+    void feedKeyText(QString& keyCarry, const QString& text);
+    void sendKeyText(const QString& text);
+    // The chord at the front of the text; gives the index of its '>', or -1 for none.
+    int sendChord(const QString& text);
     void sendKeyChar(char c);
     void typeCharacter(unsigned int code);
 
     int m_keyDelay = 0;
     std::mutex m_mutex;
+    std::condition_variable m_dataArrived;
     std::atomic<bool> m_stop { false };
     bool m_keyOutput = false;
+    std::atomic<bool> m_keepEveryFrame { false };
+    qint64 m_droppedBytes = 0;
     ReceiveBuffer m_buffer;
     QString m_startChar;
     QString m_endChar;

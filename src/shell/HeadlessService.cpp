@@ -61,7 +61,7 @@ void HeadlessService::openDevice(Device* device)
     const bool client = settings.tcpType == 0;
     // As on the page: a server listens on the machine's address of the moment, not the stored one.
     const QString ip = client ? settings.tcpClientIP : settings.tcpType == 1 ? Device::localIPAddress() : QString();
-    const Device::Fields fields { client, ip, settings.tcpPort, settings.startChar, settings.endChar };
+    const Device::Fields fields = Device::storedFields(settings, ip);
     connect(device, &Device::message, this, [this, device, ip](const QString& text) { print(device, ip, text); });
 
     if (const char* problem = device->checkFields(fields)) {

@@ -69,9 +69,9 @@ private slots:
         auto* ip = m_page->findChild<QLineEdit*>("lineEdit_IP");
         ip->setText("typed by hand");
         role->setCurrentIndex(1);
-        QCOMPARE(ip->text() + state(), serverAddress() + "Open 0 7 TCP Server");
+        QCOMPARE(ip->text() + state(), serverAddress() + "Open 0 11 TCP Server");
         role->setCurrentIndex(0);
-        QCOMPARE(ip->text() + state(), QStringLiteral("127.0.0.1Connect 0 7 TCP Client"));
+        QCOMPARE(ip->text() + state(), QStringLiteral("127.0.0.1Connect 0 10 TCP Client"));
         press();
         QTRY_COMPARE(camera.openCount(), 1);
         QVERIFY(m_chinese.load(DEVICE_TEST_TRANSLATION) && QCoreApplication::installTranslator(&m_chinese));
@@ -80,7 +80,7 @@ private slots:
         camera.send("#AB$#C");
         QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join(), QByteArray("The package barcode info is :AB"));
         press();
-        QCOMPARE(state(), QStringLiteral("连接 0 7 TCP客户端"));
+        QCOMPARE(state(), QStringLiteral("连接 0 10 TCP客户端"));
         QTRY_COMPARE(camera.endedByPeerCount(), 1);
         QCoreApplication::removeTranslator(&m_chinese);
         m_page->retranslate();
@@ -88,7 +88,7 @@ private slots:
         role->setCurrentIndex(1);
         ip->setText("127.0.0.1"); // loopback only, as an operator may set it
         press();                  // the camera still holds the stored port
-        QCOMPARE(state(), QStringLiteral("Open 0 7 TCP Server"));
+        QCOMPARE(state(), QStringLiteral("Open 0 11 TCP Server"));
         QVERIFY(FileProbe::readAll(m_log).contains("server failed, ip: 127.0.0.1, port: " + QByteArray::number(port)));
         m_page->findChild<QLineEdit*>("lineEdit_port")->setText(QString::number(serverPort));
         press();
@@ -101,6 +101,40 @@ private slots:
         delete std::exchange(m_page, nullptr); // the window that listens is tearing down too
         QCOMPARE(m_pane.toPlainText(), messages);
         QTRY_COMPARE(client.endedByPeerCount(), 1);
+    }
+
+    // A server with an allowed camera turns every other address away and says so; one that types
+    // without it says once at open that any camera can type.
+    void serverTakesOnlyTheAllowedCamera()
+    {
+        QTemporaryDir frames;
+        FakeCamera stranger, allowed;
+        const quint16 port = FakeCamera::freePort();
+        m_page->setSettings({ 0, 1, QString::number(port), "", frames.path(), "#", "$" });
+        m_page->findChild<QLineEdit*>("lineEdit_IP")->setText("127.0.0.1");
+        auto* allowedCamera = m_page->findChild<QLineEdit*>("lineEditAllowedCamera");
+        allowedCamera->setText("camera 2");
+        press();
+        QCOMPARE(m_pane.document()->lastBlock().text() + state(),
+                 "Enter the allowed camera as an IP address, or leave it empty!Open 0 11 TCP Server");
+        allowedCamera->setText(" 127.0.0.2");
+        press();
+        QVERIFY(stranger.connectToServer(port));
+        QTRY_COMPARE(stranger.endedByPeerCount(), 1);
+        QVERIFY(allowed.connectToServer(port, "127.0.0.2"));
+        allowed.send("#A$");
+        QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join(), QByteArray("The package barcode info is :A"));
+        const QString away = "The camera 127.0.0.1:%1 is not the allowed camera 127.0.0.2; it was turned away.";
+        QVERIFY(m_pane.toPlainText().contains(away.arg(stranger.localPort())));
+        press();
+
+        allowedCamera->clear();
+        m_page->findChild<QCheckBox*>("checkBoxKeyOutput")->setChecked(true);
+        press();
+        QVERIFY(stranger.connectToServer(port));
+        QTRY_VERIFY(m_pane.toPlainText().contains("Camera 127.0.0.1"));
+        QCOMPARE(m_pane.toPlainText().count("Any camera that connects to this server can type"), 1);
+        QCOMPARE(m_page->getSettings().allowedCamera + state(), QStringLiteral("Close 1 1 TCP Server"));
     }
 
     // A row: IP | port | start | end | directory | the message. Stored open, the page checks at once.
@@ -118,7 +152,7 @@ private slots:
     {
         const QStringList cell = cells();
         m_page->setSettings({ 1, 0, cell[1], cell[0], cell[4], cell[2], cell[3] });
-        QCOMPARE(m_pane.document()->lastBlock().text() + state(), cell[5] + "Connect 0 7 TCP Client");
+        QCOMPARE(m_pane.document()->lastBlock().text() + state(), cell[5] + "Connect 0 10 TCP Client");
     }
 
     // A failed open closes again and logs the address stored, not the one tried.
@@ -170,7 +204,8 @@ private:
     QString state() const
     {
         int enabled = 0;
-        for (QWidget* control : m_page->findChildren<QWidget*>(QRegularExpression("^(lineEdit|btnSelect|comboBox)")))
+        for (QWidget* control :
+             m_page->findChildren<QWidget*>(QRegularExpression("^(lineEdit|btnSelect|comboBox|checkBox)")))
             enabled += control->isEnabled();
         const QString button = m_page->findChild<QToolButton*>("openTcpBtn")->text();
         const QString role = m_page->findChild<QComboBox*>("comboBox_tcp")->currentText();

@@ -1,4 +1,5 @@
 #include "FakeCamera.h"
+#include "FileProbe.h"
 #include "MainWindow.h"
 #include "TCPSettingWidget.h"
 #include "TestProgramDir.h"
@@ -106,6 +107,40 @@ private slots:
         QVERIFY(!m_win->isMinimized() && m_win->windowType() == Qt::Window);
         m_win->findChild<QCheckBox*>("checkBox_minimize")->setChecked(false);
         QVERIFY(!actions[1]->isEnabled());
+    }
+
+    void pageTypesIntoTheFocusedWidget_data()
+    {
+        QTest::addColumn<bool>("keep");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<int>("typedFirst");
+        QTest::newRow("byte by byte") << false << QString::fromLatin1("#\xC3\xA9t\xC3\xA9 \xE4\xB8\xAD$\xC3") << 5;
+        QTest::newRow("characters, every frame kept") << true << QStringLiteral("#\u00E9t\u00E9 \u4E2D$") << 3;
+    }
+
+    // A page set to type: its camera's stream, cut inside characters, goes into the focused widget.
+    void pageTypesIntoTheFocusedWidget()
+    {
+        QFETCH(bool, keep);
+        QFETCH(QString, typed);
+        QFETCH(int, typedFirst);
+        QTemporaryDir frames;
+        FakeCamera camera;
+        TCPSettings typing { 1, 0, QString::number(camera.listen()), "127.0.0.1", frames.path(), "#", "$" };
+        typing.keepEveryFrame = keep;
+        typing.keyOutput = true;
+        QLineEdit edit;
+        edit.show();
+        edit.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&edit));
+        TCPSettingWidget page;
+        page.setSettings(typing);
+        QTRY_COMPARE(camera.openCount(), 1);
+        camera.send("#\xC3\xA9t\xC3");
+        QTRY_COMPARE(edit.text(), typed.left(typedFirst));
+        camera.send("\xA9 \xE4\xB8\xAD$\xC3");
+        QTRY_COMPARE(edit.text(), typed);
+        QCOMPARE(page.getSettings().status + int(FileProbe::textFiles(frames.path()).size()), 2);
     }
 
     // Last: the quit ends the application's event loops.

@@ -29,17 +29,19 @@ private slots:
     }
 
     // A row: TCPconfig.json ("-" for none; %DEV% is an open client device) | what stands in the way
-    // (a trailing / for a directory) | errors logged (4 reading, 2 invalid, 1 writing, added) | device opens.
+    // (a trailing / for a directory) | errors logged (4 reading, 2 invalid, 1 writing, added) | device opens
+    // | the device's options, kept as they were.
     void startRunAndClose_data()
     {
         QTest::addColumn<QString>("row");
         const QString good = "{\"page_Device1\": %DEV%, \"stray\": {}}";
-        QTest::newRow("intact") << good + "||0|1";
+        QTest::newRow("intact") << good + "||0|1|{}";
+        QTest::newRow("every frame kept") << good + "||0|1|{\"KeepEveryFrame\": 1, \"KeySpeed\": 4}";
         QTest::newRow("missing") << "-||4|0";
         QTest::newRow("cut short") << "{\"page_Device1\": %DEV%||2|0";
         QTest::newRow("array root") << "[%DEV%]||2|0";
         QTest::newRow("wrong types") << "{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}||0|0";
-        QTest::newRow("Log is a file") << good + "|Log|0|1";
+        QTest::newRow("Log is a file") << good + "|Log|0|1|{}";
         QTest::newRow("TCPconfig.json is a directory") << "-|TCPconfig.json/|5|0";
     }
 
@@ -49,7 +51,10 @@ private slots:
         const QStringList cell = row.split('|');
         FakeCamera camera;
         QTemporaryDir frames;
-        const QJsonObject device = TestProgramDir::clientDevice(1, camera.listen(), frames.path());
+        QJsonObject device = TestProgramDir::clientDevice(1, camera.listen(), frames.path());
+        const QJsonObject options = QJsonDocument::fromJson(cell.value(4).toUtf8()).object();
+        for (auto option = options.begin(); option != options.end(); ++option)
+            device.insert(option.key(), option.value());
         QByteArray config = cell[0].toUtf8().replace("%DEV%", QJsonDocument(device).toJson(QJsonDocument::Compact));
         QVERIFY(cell[0] == "-" || TestProgramDir::writeFile(path("TCPconfig.json"), config));
         if (!cell[1].isEmpty())
@@ -64,13 +69,23 @@ private slots:
         }
         const QString window = start(program, "MainWindow");
         QVERIFY(!window.isEmpty());
+        QByteArray kept;
         if (cell[3] == "1") {
             QTRY_COMPARE(camera.openCount(), 1);
-            camera.send("[ABC-1]noise[XYZ-2]");
-            QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join('|'),
-                         QByteArray("The package barcode info is :ABC-1|The package barcode info is :XYZ-2"));
+            // One read of many frames: as cut by the chunk, only the first few of them are written.
+            QByteArray burst;
+            for (int i = 10; i < 40; ++i) {
+                burst += "[F-" + QByteArray::number(i) + "]noise";
+                kept += "|The package barcode info is :F-" + QByteArray::number(i);
+            }
+            camera.send(burst);
+            kept = kept.mid(1);
+            QTRY_VERIFY(kept.startsWith(FileProbe::textFileContents(frames.path()).join('|')));
         }
         QVERIFY(endsWell(program, window));
+        const QByteArray written = FileProbe::textFileContents(frames.path()).join('|');
+        QVERIFY(kept.startsWith(written) && written.count("F-") >= 2 * cell[3].toInt());
+        QCOMPARE(written == kept, kept.isEmpty() || !options.isEmpty());
 
         const QByteArray out = program.readAllStandardOutput();
         QCOMPARE(4 * out.contains("reading.") + 2 * out.contains("Invalid JSON") + out.contains("writing."),

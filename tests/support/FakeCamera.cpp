@@ -41,11 +41,12 @@ quint16 FakeCamera::listen(quint16 port)
     return listening;
 }
 
-bool FakeCamera::connectToServer(quint16 port)
+bool FakeCamera::connectToServer(quint16 port, const QString& from)
 {
     bool connected = false;
     onCameraThread([&] {
         auto* socket = new QTcpSocket(m_server);
+        socket->bind(QHostAddress(from));
         socket->connectToHost(QHostAddress::LocalHost, port);
         connected = socket->waitForConnected(kConnectTimeoutMs);
         m_localPort = socket->localPort();
