@@ -93,7 +93,7 @@ int XTestKeyInjector::sendVirtualKeys(const QVector<VirtualKeyEvent>& events)
     }
     for (int i = 0; i < events.size(); ++i) {
         if (presses[i].keycode != 0) {
-            XTestFakeKeyEvent(m_display, presses[i].keycode, events[i].down ? True : False, CurrentTime);
+            fakeKeyEvent(presses[i].keycode, events[i].down);
             m_spares->touch(presses[i].keycode);
         }
     }
@@ -203,9 +203,10 @@ void XTestKeyInjector::beginTyping()
 
 void XTestKeyInjector::takeMappingChanges()
 {
-    while (XEventsQueued(m_display, QueuedAfterReading) > 0) {
-        XEvent event;
-        XNextEvent(m_display, &event);
+    // The key releases the held modifiers watch for stay in the queue for them.
+    const auto notGeneric = [](Display*, XEvent* event, XPointer) -> Bool { return event->type != GenericEvent; };
+    XEvent event;
+    while (XCheckIfEvent(m_display, &event, notGeneric, nullptr)) {
         if (event.type == MappingNotify) {
             XRefreshKeyboardMapping(&event.xmapping);
             if (event.xmapping.request != MappingKeyboard
@@ -262,14 +263,22 @@ bool XTestKeyInjector::locate(unsigned long keysym, Press& press)
     return true;
 }
 
+void XTestKeyInjector::fakeKeyEvent(unsigned char keycode, bool down)
+{
+    XTestFakeKeyEvent(m_display, keycode, down ? True : False, CurrentTime);
+    if (!down) {
+        m_heldModifiers->noteOwnRelease(keycode);
+    }
+}
+
 void XTestKeyInjector::sendPress(const Press& press, bool down)
 {
     if (down && press.shifted) {
-        XTestFakeKeyEvent(m_display, m_shiftKeycode, True, CurrentTime);
+        fakeKeyEvent(m_shiftKeycode, true);
     }
-    XTestFakeKeyEvent(m_display, press.keycode, down ? True : False, CurrentTime);
+    fakeKeyEvent(press.keycode, down);
     if (!down && press.shifted) {
-        XTestFakeKeyEvent(m_display, m_shiftKeycode, False, CurrentTime);
+        fakeKeyEvent(m_shiftKeycode, false);
     }
     m_spares->touch(press.keycode);
 }

@@ -47,6 +47,7 @@ private:
     void reloadLayout();
     bool locate(unsigned long keysym, Press& press);
     void sendPress(const Press& press, bool down);
+    void fakeKeyEvent(unsigned char keycode, bool down);
 
     _XDisplay* m_display = nullptr;
     int m_xkbEventBase = 0;

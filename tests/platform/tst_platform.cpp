@@ -150,6 +150,31 @@ private slots:
             QCOMPARE(XTestKeyInjector::keysymForCharacter(code), 0x01000000ul + code);
     }
 
+    // The user lets go of the Shift held when typing began, while the job types shifted keys: it stays up.
+    void modifierLetGoWhileTypingStaysUp()
+    {
+        const KeyCode shift = XKeysymToKeycode(m_probe, XStringToKeysym("Shift_L"));
+        const auto shiftDown = [this, shift] {
+            char keys[32];
+            XQueryKeymap(m_probe, keys);
+            return bool(keys[shift / 8] & (1 << (shift % 8)));
+        };
+        XTestFakeKeyEvent(m_probe, shift, True, CurrentTime);
+        XSync(m_probe, False);
+        {
+            XTestKeyInjector injector;
+            for (const char c : QByteArray("A<b"))
+                for (const bool down : { true, false })
+                    injector.sendCharacter(static_cast<unsigned char>(c), down);
+            QVERIFY(!shiftDown());
+            XTestFakeKeyEvent(m_probe, shift, False, CurrentTime);
+            XSync(m_probe, False);
+            injector.sendCharacter('C', true);
+            injector.sendCharacter('C', false);
+        }
+        QVERIFY(!shiftDown());
+    }
+
     // Last, as it changes the runtime directory.
     void secondInstanceFindsTheMarkerTaken()
     {
