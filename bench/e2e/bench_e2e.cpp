@@ -28,7 +28,9 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -37,9 +39,9 @@ namespace {
 const QByteArray kPrefix = "The package barcode info is :";
 constexpr int kWaitMs = 15000;
 
-void figure(const char* name, double value, const char* unit)
+void figure(const std::string& name, double value, const char* unit)
 {
-    std::printf("%s\t%.2f\t%s\n", name, value, unit);
+    std::printf("%s\t%.2f\t%s\n", name.c_str(), value, unit);
     std::fflush(stdout);
 }
 
@@ -104,7 +106,16 @@ struct Device
     QString frameDir;
     QString start = "[";
     QString end = "]";
+    bool keepEveryFrame = false;
 };
+
+// Set for the second round of figures: every device keeps every frame, and each figure's name says so.
+bool g_keep = false;
+
+std::string named(const char* name)
+{
+    return std::string(name) + (g_keep ? "_kept" : "");
+}
 
 // A scratch program directory with its own XDG tree; one run of the program at a time.
 class ScratchProgram
@@ -122,7 +133,8 @@ public:
 
     bool isValid() const { return m_ok; }
     QString programDir() const { return m_dir.filePath("program"); }
-    QString path(const QString& name) const { return m_dir.filePath(name); }
+    // The second round's files go apart from the first's.
+    QString path(const QString& name) const { return m_dir.filePath((g_keep ? "kept-" : "") + name); }
 
     void configure(const QList<Device>& devices)
     {
@@ -138,11 +150,12 @@ public:
             QDir().mkpath(d.frameDir);
             json += QStringLiteral("\"page_Device%1\": {\"Status\": 1, \"TcpType\": %2, \"TcpPort\": \"%3\", "
                                    "\"TcpClientIP\": \"127.0.0.1\", \"FileDir\": \"%4\", \"StartChar\": \"%5\", "
-                                   "\"EndChar\": \"%6\"}%7\n")
+                                   "\"EndChar\": \"%6\"%8}%7\n")
                         .arg(i + 1)
                         .arg(d.type)
                         .arg(d.port)
                         .arg(d.frameDir, d.start, d.end, i + 1 < devices.size() ? "," : "")
+                        .arg(d.keepEveryFrame || g_keep ? ", \"KeepEveryFrame\": 1" : "")
                         .toUtf8();
         }
         file.write(json + "}\n");
@@ -277,20 +290,68 @@ private:
     QProcess m_process;
 };
 
-// Frame text -> the time in the file's name (ms since the epoch, local time as the program used).
+// Frame text -> the time its file was last written (ms since the epoch, to the microsecond).
 std::map<QString, double> storedFrames(const QString& dir)
 {
     std::map<QString, double> frames;
     for (const QFileInfo& info : QDir(dir).entryInfoList({ "*.txt" }, QDir::Files)) {
         QFile file(info.filePath());
-        if (!file.open(QIODevice::ReadOnly)) {
+        struct stat status
+        {
+        };
+        if (!file.open(QIODevice::ReadOnly) || ::stat(QFile::encodeName(info.filePath()).constData(), &status) != 0) {
             continue;
         }
         const QByteArray content = file.readAll();
-        const QDateTime made = QDateTime::fromString(info.completeBaseName(), "yyyyMMdd_hhmmss_zzz");
-        frames[QString::fromUtf8(content.mid(kPrefix.size()))] = double(made.toMSecsSinceEpoch());
+        const double written = double(status.st_mtim.tv_sec) * 1e3 + double(status.st_mtim.tv_nsec) / 1e6;
+        frames[QString::fromUtf8(content.mid(kPrefix.size()))] = written;
     }
     return frames;
+}
+
+// Every stored frame text in the order of the file names, copies of one millisecond by their number.
+QStringList storedInOrder(const QString& dir)
+{
+    QStringList names = QDir(dir).entryList({ "*.txt" }, QDir::Files);
+    const auto key = [](const QString& name) {
+        return name.left(19) + name.mid(19).section('.', 0, 0).mid(1).rightJustified(9, '0');
+    };
+    std::sort(names.begin(), names.end(), [&](const QString& a, const QString& b) { return key(a) < key(b); });
+    QStringList texts;
+    for (const QString& name : names) {
+        QFile file(dir + "/" + name);
+        texts << (file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll().mid(kPrefix.size())) : QString());
+    }
+    return texts;
+}
+
+// One read's worth and more at once: the camera sends a burst of 16-byte frames as fast as it can.
+void measureBurst(ScratchProgram& program, int bytes)
+{
+    const QString dir = program.path("burst-frames");
+    const QString frames = QString::number(bytes / 16);
+    Camera camera(program.path("burst-camera.log"),
+                  { "--listen", "127.0.0.1:0", "--rate", "0", "--repeat", frames, "FRAME-C-{seq}" });
+    if (!camera.waitUntilListening()) {
+        note("the burst camera did not listen");
+        return;
+    }
+    QFile err(program.path("burst-camera.log.err"));
+    err.open(QIODevice::ReadOnly);
+    const quint16 port
+        = quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
+    program.configure({ Device { 0, port, dir } });
+    program.start();
+    spinUntil([&] { return !camera.isRunning(); }, kWaitMs * 4);
+    // Until every frame is there, or no file came for three seconds.
+    for (int count = -1, now = 0; (now = QDir(dir).entryList({ "*.txt" }, QDir::Files).size()) > count;) {
+        count = now;
+        spinUntil([&] { return QDir(dir).entryList({ "*.txt" }, QDir::Files).size() >= frames.toInt(); }, 3000);
+    }
+    program.stop();
+    const int lost = int(camera.sent().size()) - int(storedFrames(dir).size());
+    std::fprintf(stderr, "burst of %d bytes: %s frames sent, %d lost\n", bytes, qPrintable(frames), lost);
+    figure(named("burst_frames_lost"), lost, "frames");
 }
 
 quint16 freePort()
@@ -383,18 +444,21 @@ void measureLatency(ScratchProgram& program, int frames)
                  percentile(latencies, 0.5),
                  percentile(latencies, 0.99),
                  percentile(latencies, 1.0));
-    figure("latency_median_ms", percentile(latencies, 0.5), "ms");
-    figure("latency_p99_ms", percentile(latencies, 0.99), "ms");
+    figure(named("latency_median_ms"), percentile(latencies, 0.5), "ms");
+    figure(named("latency_p99_ms"), percentile(latencies, 0.99), "ms");
 }
 
 // Both devices streaming at a rate for a while: frames lost and memory.
 void measureStreaming(ScratchProgram& program, int seconds, int rate)
 {
+    // Kept, 16-byte frames with their markers; otherwise the short ones of the first figures.
+    const QString frame1 = g_keep ? "FRAME-A-{seq}" : "A{seq}";
+    const QString frame2 = g_keep ? "FRAME-B-{seq}" : "B{seq}";
     const QString dir1 = program.path("stream-frames-1");
     const QString dir2 = program.path("stream-frames-2");
     const QString frames = QString::number(seconds * rate);
     Camera camera1(program.path("stream-camera1.log"),
-                   { "--listen", "127.0.0.1:0", "--rate", QString::number(rate), "--repeat", frames, "A{seq}" });
+                   { "--listen", "127.0.0.1:0", "--rate", QString::number(rate), "--repeat", frames, frame1 });
     if (!camera1.waitUntilListening()) {
         note("camera 1 did not listen");
         return;
@@ -425,7 +489,7 @@ void measureStreaming(ScratchProgram& program, int seconds, int rate)
                      QString::number(rate),
                      "--repeat",
                      frames,
-                     "B{seq}" });
+                     frame2 });
 
     double peakRss = 0;
     spinUntil(
@@ -441,12 +505,19 @@ void measureStreaming(ScratchProgram& program, int seconds, int rate)
 
     int lost = 0;
     int sentTotal = 0;
+    int duplicated = 0;
+    int outOfOrder = 0;
     for (const auto& [camera, dir] : { std::make_pair(&camera1, dir1), std::make_pair(&camera2, dir2) }) {
         const std::map<QString, double> sent = camera->sent();
         const std::map<QString, double> stored = storedFrames(dir);
         int missing = 0;
         for (const auto& entry : sent) {
             missing += stored.count(entry.first) ? 0 : 1;
+        }
+        const QStringList inOrder = storedInOrder(dir);
+        duplicated += inOrder.size() - int(stored.size());
+        for (int i = 1; i < inOrder.size(); ++i) {
+            outOfOrder += inOrder[i].right(6).toInt() <= inOrder[i - 1].right(6).toInt() ? 1 : 0;
         }
         std::fprintf(stderr,
                      "device with frames in %s: %zu sent, %zu stored, %d lost\n",
@@ -457,9 +528,11 @@ void measureStreaming(ScratchProgram& program, int seconds, int rate)
         lost += missing;
         sentTotal += int(sent.size());
     }
-    figure("stream_frames_sent", sentTotal, "frames");
-    figure("stream_frames_lost", lost, "frames");
-    figure("peak_rss_mb", peakRss, "MB");
+    figure(named("stream_frames_sent"), sentTotal, "frames");
+    figure(named("stream_frames_lost"), lost, "frames");
+    figure(named("stream_frames_duplicated"), duplicated, "frames");
+    figure(named("stream_frames_out_of_order"), outOfOrder, "frames");
+    figure(named("peak_rss_mb"), peakRss, "MB");
 }
 
 // Two open devices with nothing to say: a client connected to a silent camera, a server waiting.
@@ -487,8 +560,12 @@ void measureIdle(ScratchProgram& program, int seconds)
     const double rss = program.memoryMb("VmRSS:");
     program.stop();
     std::fprintf(stderr, "idle: %.0f ms of CPU in %.1f s\n", used, double(wall.elapsed()) / 1000.0);
-    figure("idle_cpu_percent", percent, "% of a core");
-    figure("idle_rss_mb", rss, "MB");
+    figure(named("idle_cpu_percent"), percent, "% of a core");
+    figure(named("idle_rss_mb"), rss, "MB");
+    if (g_keep) {
+        qDeleteAll(held);
+        return;
+    }
 
     // Qt's GLX probe loads the desktop's GL driver (with LLVM on Mesa) into a program that draws
     // no OpenGL; the same idle program without it shows what that costs.
@@ -582,6 +659,7 @@ int main(int argc, char* argv[])
     parser.addOptions({
         { "stream-seconds", "Length of the two-device streaming run (default 60).", "s", "60" },
         { "rate", "Frames per second per device in that run (default 100).", "n", "100" },
+        { "kept-rate", "The same, with every frame kept (default 1000).", "n", "1000" },
         { "idle-seconds", "Length of the idle measurement (default 30).", "s", "30" },
         { "latency-frames", "Frames for the latency measurement (default 200).", "n", "200" },
         { "typing-characters", "Characters for the socat | xdotool comparison (default 2000).", "n", "2000" },
@@ -600,5 +678,11 @@ int main(int argc, char* argv[])
     measureStreaming(program, parser.value("stream-seconds").toInt(), parser.value("rate").toInt());
     measureIdle(program, parser.value("idle-seconds").toInt());
     measureSocatXdotool(program.path(""), parser.value("typing-characters").toInt());
+
+    g_keep = true;
+    measureLatency(program, parser.value("latency-frames").toInt());
+    measureBurst(program, 1024 * 1024);
+    measureStreaming(program, parser.value("stream-seconds").toInt(), parser.value("kept-rate").toInt());
+    measureIdle(program, parser.value("idle-seconds").toInt());
     return 0;
 }

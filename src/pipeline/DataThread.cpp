@@ -187,8 +187,8 @@ void DataThread::runKeeping()
     QString keyCarry;
     std::vector<unsigned char> bytes;
     std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_stop) {
-        const auto arrived = [this] { return m_stop || m_buffer.size() > 0; };
+    const auto arrived = [this] { return m_stop || m_buffer.size() > 0; };
+    for (;;) {
         if (!m_dataArrived.wait_for(lock, std::chrono::milliseconds(kKeepingSilenceMs), arrived)) {
             // Silence: the held tail goes out, typing gives back what it borrowed, then sleep until data.
             lock.unlock();
@@ -200,6 +200,8 @@ void DataThread::runKeeping()
             m_dataArrived.wait(lock, arrived);
             continue;
         }
+        // Asked to stop, the worker still writes the frames of what it has received.
+        const bool stopping = m_stop;
         bytes.resize(static_cast<size_t>(m_buffer.size()));
         m_buffer.read(bytes.data(), static_cast<unsigned int>(bytes.size()));
         const qint64 dropped = std::exchange(m_droppedBytes, 0);
@@ -215,6 +217,9 @@ void DataThread::runKeeping()
             feedKeyText(keyCarry, text);
         }
         lock.lock();
+        if (stopping) {
+            return;
+        }
     }
 }
 

@@ -65,6 +65,7 @@ private slots:
     void carryIsBounded_data();
     void carryIsBounded();
     void keptBufferIsBounded();
+    void keptFramesAreWrittenAtTheStop();
 
     void init();
     void cleanup() { m_worker.reset(); } // the worker goes before the injector it types through
@@ -305,6 +306,17 @@ void tst_pipeline::keptBufferIsBounded()
     QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
     QCOMPARE(ScratchWorker::logSince(),
              QStringList { "[INFO] Dropped 1003 received bytes: more than 16777216 bytes waited for the worker." });
+}
+
+void tst_pipeline::keptFramesAreWrittenAtTheStop()
+{
+    ScratchWorker worker;
+    worker.thread.setKeepEveryFrame(true);
+    QVERIFY(worker.thread.startThread());
+    const QByteArray burst = QByteArray("#0123456789$").repeated(3000);
+    worker.thread.pushData(burst.constData(), burst.size());
+    QVERIFY(worker.thread.stopThread());
+    QCOMPARE(worker.frames().size(), 3000);
 }
 
 void tst_pipeline::init()
