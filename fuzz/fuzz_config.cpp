@@ -1,84 +1,73 @@
-// Reading TCPconfig.json at start: whatever the file holds, the window comes up, and a device
-// opens only when its "Status" is the number 1. Each input is the whole file; the real window
-// reads it beside the program, as at a start.
-//
-// Devices with "Status" 1 really open, so this runs only where the network is loopback alone
-// (`unshare -n` with lo up): a fuzzed address must never reach a real host.
+// TCPconfig.json as the program reads it, whatever the file holds: a device opens only on a
+// "Status" of the number 1, an option is on only when it is the number 1, the typing speed stays
+// one of its five steps, and what was read is written back and read again unchanged.
+#include "DeviceConfig.h"
 #include "Logger.h"
-#include "MainWindow.h"
-#include "TCPSettingWidget.h"
 
-#include <QApplication>
-#include <QFile>
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLabel>
-#include <QNetworkInterface>
 #include <QTemporaryDir>
-#include <cstdio>
 #include <cstdlib>
 
 namespace {
 
-QString g_configPath;
+QTemporaryDir* g_dir = nullptr;
 
-bool onlyLoopback()
+bool isOne(const QJsonValue& value)
 {
-    for (const QNetworkInterface& interface : QNetworkInterface::allInterfaces()) {
-        const auto flags = interface.flags();
-        if (flags.testFlag(QNetworkInterface::IsUp) && !flags.testFlag(QNetworkInterface::IsLoopBack)) {
-            return false;
-        }
-    }
-    return true;
+    return value.isDouble() && value.toDouble() == 1.0;
+}
+
+bool same(const TCPSettings& a, const TCPSettings& b)
+{
+    return a.status == b.status && a.tcpType == b.tcpType && a.tcpPort == b.tcpPort && a.tcpClientIP == b.tcpClientIP
+        && a.fileDir == b.fileDir && a.startChar == b.startChar && a.endChar == b.endChar
+        && a.keepEveryFrame == b.keepEveryFrame && a.keyOutput == b.keyOutput && a.keySpeed == b.keySpeed
+        && a.allowedCamera == b.allowedCamera;
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
-    // A scratch home for the autostart entry and the language file the window touches.
-    static QTemporaryDir home;
-    for (const char* name : { "HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME" }) {
-        qputenv(name, home.path().toUtf8());
-    }
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    new QApplication(*argc, *argv);
-    if (!onlyLoopback()) {
-        std::fprintf(stderr,
-                     "fuzz_config: a network interface other than loopback is up; run me in a namespace of my own:\n"
-                     "  unshare -n sh -c 'ip link set lo up && exec %s ...'\n",
-                     (*argv)[0]);
-        std::exit(1);
-    }
+    new QCoreApplication(*argc, *argv);
     Logger::setLevel(LOG_FATAL);
-    g_configPath = QCoreApplication::applicationDirPath() + "/TCPconfig.json";
+    g_dir = new QTemporaryDir;
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    {
-        QFile file(g_configPath);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    const QString path = g_dir->filePath("TCPconfig.json");
+    const QByteArray bytes(reinterpret_cast<const char*>(data), int(size));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
+        std::abort();
+    }
+    file.close();
+    QMap<QString, TCPSettings> read;
+    if (DeviceConfig::read(path, read) != DeviceConfig::ReadResult::Read) {
+        return 0;
+    }
+    const QJsonObject root = QJsonDocument::fromJson(QString::fromUtf8(bytes).toUtf8()).object();
+    QList<QPair<QString, TCPSettings>> devices;
+    for (auto device = read.cbegin(); device != read.cend(); ++device) {
+        const QJsonObject stored = root.value(device.key()).toObject();
+        if ((device->status == 1 && !isOne(stored.value("Status")))
+            || (device->keepEveryFrame && !isOne(stored.value("KeepEveryFrame")))
+            || (device->keyOutput && !isOne(stored.value("KeyOutput"))) || device->keySpeed < 0 || device->keySpeed > 4) {
             std::abort();
         }
-        file.write(reinterpret_cast<const char*>(data), qint64(size));
+        devices.append({ device.key(), device.value() });
     }
-
-    // Read back the way the window reads it: text mode, and through UTF-8 text, which replaces
-    // broken sequences and so can turn bytes that are not JSON into a document that is.
-    QFile file(g_configPath);
-    file.open(QIODevice::ReadOnly | QIODevice::Text);
-    const QJsonDocument document = QJsonDocument::fromJson(QString::fromUtf8(file.readAll()).toUtf8());
-    file.close();
-    MainWindow window(nullptr, false);
-    for (TCPSettingWidget* page : window.findChildren<TCPSettingWidget*>()) {
-        const QJsonValue status = document.object().value(page->objectName()).toObject().value("Status");
-        const bool open = page->findChild<QLabel*>("label_TCP")->property("status").toInt() == 1;
-        if (open && status.toInt() != 1) {
-            std::fprintf(
-                stderr, "fuzz_config: %s opened with \"Status\" other than 1\n", qPrintable(page->objectName()));
+    QMap<QString, TCPSettings> again;
+    if (!DeviceConfig::write(path, devices) || DeviceConfig::read(path, again) != DeviceConfig::ReadResult::Read
+        || again.keys() != read.keys()) {
+        std::abort();
+    }
+    for (auto device = read.cbegin(); device != read.cend(); ++device) {
+        if (!same(device.value(), again.value(device.key()))) {
             std::abort();
         }
     }
