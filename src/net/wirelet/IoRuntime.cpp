@@ -33,7 +33,15 @@ std::shared_ptr<IoRuntime> IoRuntime::start()
 {
     std::lock_guard<std::mutex> lock(runningMutex);
     if (!running) {
-        running.reset(new IoRuntime);
+        // The last holder can let go in a handler, on a library thread that cannot wait for
+        // itself to end; another thread then takes the runtime down.
+        running.reset(new IoRuntime, [](IoRuntime* runtime) {
+            if (onLibraryThread) {
+                std::thread([runtime] { delete runtime; }).detach();
+            } else {
+                delete runtime;
+            }
+        });
     }
     return running;
 }
