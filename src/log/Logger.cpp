@@ -164,7 +164,7 @@ std::string Logger::currentScope()
 {
     Logger& self = instance();
     std::lock_guard<std::mutex> lock(self.mutex);
-    return self.scopes.back();
+    return self.scopes.empty() ? std::string() : self.scopes.back();
 }
 
 void Logger::writeStackTrace()
