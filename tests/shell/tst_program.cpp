@@ -69,23 +69,21 @@ private slots:
         }
         const QString window = start(program, "MainWindow");
         QVERIFY(!window.isEmpty());
-        QByteArray kept;
+        QByteArrayList kept; // every frame of the burst
         if (cell[3] == "1") {
             QTRY_COMPARE(camera.openCount(), 1);
             // One read of many frames: as cut by the chunk, only the first few of them are written.
             QByteArray burst;
             for (int i = 10; i < 40; ++i) {
                 burst += "[F-" + QByteArray::number(i) + "]noise";
-                kept += "|The package barcode info is :F-" + QByteArray::number(i);
+                kept << "The package barcode info is :F-" + QByteArray::number(i);
             }
             camera.send(burst);
-            kept = kept.mid(1);
-            QTRY_VERIFY(kept.startsWith(FileProbe::textFileContents(frames.path()).join('|')));
+            QTRY_VERIFY(FileProbe::textFiles(frames.path()).size() >= (options.isEmpty() ? 2 : 30));
         }
         QVERIFY(endsWell(program, window));
-        const QByteArray written = FileProbe::textFileContents(frames.path()).join('|');
-        QVERIFY(kept.startsWith(written) && written.count("F-") >= 2 * cell[3].toInt());
-        QCOMPARE(written == kept, kept.isEmpty() || !options.isEmpty());
+        const QByteArrayList written = FileProbe::textFileContents(frames.path());
+        QCOMPARE(written, kept.mid(0, options.isEmpty() ? std::min(int(written.size()), 29) : 30));
 
         const QByteArray out = program.readAllStandardOutput();
         QCOMPARE(4 * out.contains("reading.") + 2 * out.contains("Invalid JSON") + out.contains("writing."),
