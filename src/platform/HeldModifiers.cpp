@@ -9,8 +9,9 @@ HeldModifiers::HeldModifiers(Display* display)
 {
     int event = 0;
     int error = 0;
+    // From XInput 2.1 on, raw events come also while another client grabs the keyboard.
     int major = 2;
-    int minor = 0;
+    int minor = 2;
     // Without XInput 2 a let-go key cannot be seen, and every released key is put back.
     if (!XQueryExtension(display, "XInputExtension", &m_inputOpcode, &event, &error)
         || XIQueryVersion(display, &major, &minor) != Success) {
