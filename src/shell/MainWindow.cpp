@@ -83,7 +83,6 @@ void MainWindow::initWidgets()
 {
     m_toolBar = new ToolBar(this);
     m_toolBar->setHeight(48);
-    m_toolBar->setTitle(tr("Tapwright"));
     ui->toolBarLayout->addWidget(m_toolBar);
 
     ui->languageBox->addItem(QStringLiteral("English"));

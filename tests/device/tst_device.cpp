@@ -111,6 +111,7 @@ private slots:
         FakeCamera stranger, allowed;
         const quint16 port = FakeCamera::freePort();
         m_page->setSettings({ 0, 1, QString::number(port), "", frames.path(), "#", "$" });
+        QCOMPARE(m_page->findChild<QLineEdit*>("lineEdit_IP")->text(), serverAddress());
         m_page->findChild<QLineEdit*>("lineEdit_IP")->setText("127.0.0.1");
         auto* allowedCamera = m_page->findChild<QLineEdit*>("lineEditAllowedCamera");
         allowedCamera->setText("camera 2");

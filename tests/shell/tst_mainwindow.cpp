@@ -84,9 +84,11 @@ private slots:
         // The data pane shows the device on display, up to 20000 characters and the newest 500 lines.
         auto* data = m_win->findChild<QTextEdit*>("textEdit");
         emit page(2)->sendShowData("hidden");
-        emit page(1)->sendShowData(QString(19999, 'x'));
+        emit page(1)->sendShowData(QString(19998, 'x'));
+        data->moveCursor(QTextCursor::Start); // a click in the pane: one text lands there, the rest at the end
         emit page(1)->sendShowData("y");
-        QCOMPARE(data->toPlainText(), QString(19999, 'x') + "y");
+        emit page(1)->sendShowData("w");
+        QCOMPARE(data->toPlainText(), "y" + QString(19998, 'x') + "w");
         emit page(1)->sendShowData("z");
         QCOMPARE(data->toPlainText(), QString());
         emit page(1)->sendShowData(QString("L\n").repeated(600));

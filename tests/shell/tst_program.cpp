@@ -99,6 +99,12 @@ private slots:
     // configuration stays as it was.
     void headlessServesTheStoredDevicesAlone()
     {
+        for (const QString option : { "--version", "--help" }) { // as a Linux user expects them
+            QProcess info;
+            info.start(path("tapwright"), { option });
+            const QString expected = option == "--help" ? "--headless" : "^tapwright \\d+\\.\\d+";
+            QVERIFY(info.waitForFinished() && QString(info.readAll()).contains(QRegularExpression(expected)));
+        }
         FakeCamera camera;
         QTemporaryDir frames;
         const quint16 port = FakeCamera::freePort();
