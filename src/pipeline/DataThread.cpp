@@ -135,6 +135,9 @@ void DataThread::run()
         runChunked();
     }
 
+    // The worker's last steps under the lock that stopThread() takes after its wait: what the
+    // worker did is then ordered before whatever follows the stop.
+    std::lock_guard<std::mutex> lock(m_mutex);
     if (m_typingInjector) {
         m_typingInjector->finishTyping();
         m_typingInjector = nullptr;
