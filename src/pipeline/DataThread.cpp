@@ -321,10 +321,9 @@ void DataThread::feedKeyStream(QString& keyCarry, const char* data, int len)
         bytes = text.toUtf8();
     }
 
-    const int lastOpen = text.lastIndexOf('<');
-    const int lastClose = text.lastIndexOf('>');
+    const int lastOpen = heldChordStart(text);
     int n = bytes.size();
-    if (lastOpen >= 0 && lastClose < lastOpen && text.size() - lastOpen < kHeldChordLength) {
+    if (lastOpen >= 0) {
         keyCarry = text.mid(lastOpen);
         // The tail starts at the last '<' byte in front of the first zero byte.
         const int textEnd = bytes.indexOf('\0');
@@ -358,13 +357,16 @@ void DataThread::sendKeyData(const char* data, int len)
 void DataThread::feedKeyText(QString& keyCarry, const QString& received)
 {
     const QString text = keyCarry + received;
-    keyCarry.clear();
+    const int lastOpen = heldChordStart(text);
+    keyCarry = lastOpen >= 0 ? text.mid(lastOpen) : QString();
+    sendKeyText(lastOpen >= 0 ? text.left(lastOpen) : text);
+}
+
+int DataThread::heldChordStart(const QString& text)
+{
     const int lastOpen = text.lastIndexOf('<');
     const bool held = lastOpen >= 0 && text.lastIndexOf('>') < lastOpen && text.size() - lastOpen < kHeldChordLength;
-    if (held) {
-        keyCarry = text.mid(lastOpen);
-    }
-    sendKeyText(held ? text.left(lastOpen) : text);
+    return held ? lastOpen : -1;
 }
 
 void DataThread::sendKeyText(const QString& text)

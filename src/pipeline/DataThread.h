@@ -73,6 +73,8 @@ private:
     void feedKeyStream(QString& keyCarry, const char* data, int len);
     void sendKeyData(const char* data, int len);
     void feedKeyText(QString& keyCarry, const QString& text);
+    // Where a '<' begins a tail that may still become a chord, held back for the next read; or -1.
+    static int heldChordStart(const QString& text);
     void sendKeyText(const QString& text);
     // The chord at the front of the text; gives the index of its '>', or -1 for none.
     int sendChord(const QString& text);
