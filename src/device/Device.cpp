@@ -95,6 +95,10 @@ Device::Fields Device::storedFields(const TCPSettings& settings, const QString& 
 bool Device::open(const Fields& fields)
 {
     m_server->setAllowedCamera(fields.allowedCamera);
+    // A camera may send the moment it is connected; a worker that keeps every frame is there first.
+    if (fields.keepEveryFrame) {
+        startWorker(fields);
+    }
     const int result = fields.client ? m_client->open(fields.ip, fields.port) : m_server->open(fields.ip, fields.port);
     if (result != 0) {
         if (fields.client) {
@@ -102,6 +106,7 @@ bool Device::open(const Fields& fields)
         } else {
             m_server->close();
         }
+        stopWorker();
         const QString line = fields.client ? QStringLiteral("[INFO] open TCP client failed, ip: %1, port: %2.")
                                            : QStringLiteral("[INFO] open TCP server failed, ip: %1, port: %2.");
         Logger::info(line.arg(m_settings.tcpClientIP, m_settings.tcpPort).toStdString());
@@ -111,7 +116,9 @@ bool Device::open(const Fields& fields)
         emit message(tr("Any camera that connects to this server can type into the focused window. "
                         "Enter an allowed camera to accept only that one."));
     }
-    startWorker(fields);
+    if (!fields.keepEveryFrame) {
+        startWorker(fields);
+    }
     return true;
 }
 
@@ -126,16 +133,21 @@ void Device::startWorker(const Fields& fields)
     m_dataThread->startThread();
 }
 
+void Device::stopWorker()
+{
+    m_open = false;
+    m_dataThread->stopThread();
+}
+
 void Device::close(bool client)
 {
     m_waiting = false;
-    m_open = false;
     if (client) {
         m_client->close();
     } else {
         m_server->close();
     }
-    m_dataThread->stopThread();
+    stopWorker();
 }
 
 void Device::closeDevice()
@@ -150,14 +162,20 @@ bool Device::openAtStart(const Fields& fields)
 
 bool Device::waitForCamera(const Fields& fields)
 {
+    if (fields.keepEveryFrame) {
+        startWorker(fields);
+    }
     if (m_client->openWhenReachable(fields.ip, fields.port) != 0) {
         m_client->close();
+        stopWorker();
         return false;
     }
     emit message(tr("The camera at %1:%2 does not answer yet; the device keeps trying and opens when it does.")
                      .arg(fields.ip, fields.port));
     m_waiting = true;
-    startWorker(fields);
+    if (!fields.keepEveryFrame) {
+        startWorker(fields);
+    }
     return true;
 }
 

@@ -10,8 +10,9 @@ class NetTCPServer;
 class NetTcpClient;
 
 // One device without its page: the stored settings, the two endpoints and the worker, and the
-// sequence that opens and closes them, endpoint first, then worker. The page and the headless
-// service both drive it.
+// sequence that opens and closes them: endpoint first, then worker; a worker that keeps every
+// frame starts first, so that nothing a camera sends at once is missed. The page and the
+// headless service both drive it.
 class Device : public QObject
 {
     Q_OBJECT
@@ -43,8 +44,8 @@ public:
     // The untranslated text (context "TCPSettingWidget") of the first check that fails, or null.
     const char* checkFields(const Fields& fields) const;
 
-    // Opens the endpoint of the role, then starts the worker. A failed open closes the endpoint
-    // again and logs the stored address.
+    // Opens the endpoint of the role and starts the worker. A failed open closes the endpoint
+    // again, stops the worker and logs the stored address.
     bool open(const Fields& fields);
     // Closes the endpoint of the role and stops the worker; also ends a wait for the camera.
     void close(bool client);
@@ -73,6 +74,7 @@ signals:
 
 private:
     void startWorker(const Fields& fields);
+    void stopWorker();
     void onDeviceData(const char* data, int len);
     static int deviceDataCallback(const char* data, int len, void* context);
 

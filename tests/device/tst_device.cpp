@@ -170,6 +170,37 @@ private slots:
         QVERIFY(FileProbe::readAll(m_log).endsWith("[INFO] open TCP client failed, ip: 10.0.0.9, port: 7.\n"));
     }
 
+    // A camera that flushes its queue the moment it is connected loses nothing when every frame is
+    // kept, whether opened at once or after waiting for it.
+    void keptFramesSentOnConnectArrive_data()
+    {
+        QTest::addColumn<bool>("waiting");
+        QTest::newRow("open") << false;
+        QTest::newRow("after a wait") << true;
+    }
+
+    void keptFramesSentOnConnectArrive()
+    {
+        QFETCH(bool, waiting);
+        QTemporaryDir frames;
+        Device device;
+        device.settings().fileDir = frames.path();
+        FakeCamera camera;
+        QByteArray queue;
+        for (int i = 0; i < 3000; ++i)
+            queue += "[" + QByteArray::number(i) + "]";
+        camera.greetWith(queue);
+        const quint16 port = waiting ? FakeCamera::freePort() : camera.listen();
+        const Device::Fields fields { true, "127.0.0.1", QString::number(port), "[", "]", true };
+        QVERIFY(waiting ? device.waitForCamera(fields) : device.open(fields));
+        QVERIFY(!waiting || camera.listen(port) == port);
+        QTRY_COMPARE_WITH_TIMEOUT(FileProbe::textFiles(frames.path()).size(), 3000, 10000);
+        const QList<QByteArray> contents = FileProbe::textFileContents(frames.path());
+        QCOMPARE(contents.first() + contents.last(),
+                 QByteArray("The package barcode info is :0The package barcode info is :2999"));
+        device.close(true);
+    }
+
     // A client whose camera is not up yet says so once and waits for it; a close ends a wait.
     void waitsForTheCameraUntilClosed()
     {

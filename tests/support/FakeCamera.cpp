@@ -88,6 +88,7 @@ void FakeCamera::run()
     QObject::connect(&server, &QTcpServer::newConnection, [this] {
         while (QTcpSocket* socket = m_server->nextPendingConnection()) {
             ++m_accepted;
+            socket->write(m_greeting);
             adopt(socket);
         }
     });

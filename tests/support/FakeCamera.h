@@ -44,6 +44,11 @@ public:
     void startFlood(const QByteArray& pattern);
     // Closes every open connection from this side.
     void dropConnections();
+    // Bytes written to each connection the moment it is accepted, as a camera that flushes its queue.
+    void greetWith(const QByteArray& bytes)
+    {
+        onCameraThread([&] { m_greeting = bytes; });
+    }
 
     int acceptedCount() const { return m_accepted.load(); }
     int openCount() const { return m_open.load(); }
@@ -75,6 +80,7 @@ private:
     QTcpServer* m_server = nullptr;
     QList<QTcpSocket*> m_sockets;
     QByteArray m_floodPattern;
+    QByteArray m_greeting;
 
     std::atomic<quint16> m_localPort { 0 };
     std::atomic<int> m_accepted { 0 };
