@@ -6,9 +6,9 @@
 #include <QString>
 
 class DataThread;
-class QTimer;
 class NetTCPServer;
 class NetTcpClient;
+class QTimer;
 
 // One device without its page: the stored settings, the two endpoints and the worker, and the
 // sequence that opens and closes them, endpoint first, then worker. The page and the headless

@@ -23,8 +23,8 @@ public:
 
     int open(QString ip, QString port);
     int close();
-    // Listens on another address instead, on the GUI thread like open. The camera there goes;
-    // when the new address cannot be opened the server keeps listening where it was and gives 1.
+    // Listens on another address instead, on the GUI thread like open; a camera on the old one is
+    // let go. When the new address cannot be opened the server listens on where it was and gives 1.
     int moveTo(QString ip, QString port);
     int setDataCallback(DataCallback callback, void* context);
     int send(const char* data, std::uint32_t size);

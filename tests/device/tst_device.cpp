@@ -162,15 +162,21 @@ private slots:
         QCOMPARE(QProcess::execute("sh", { "-c", up }), 0);
         const QString cannot = "The network address 10.200.0.1 is up, but the server cannot listen on 10.200.0.1:%1";
         QTRY_VERIFY(m_pane.toPlainText().contains(cannot.arg(port)));
+        FakeCamera early; // served where the server was until the move, then let go
+        QVERIFY(early.connectToServer(port.toUShort()));
+        early.send("#E$");
+        QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
         holder.close();
         QTRY_COMPARE(ip->text(), QStringLiteral("10.200.0.1"));
+        QTRY_COMPARE(early.endedByPeerCount(), 1);
         QVERIFY(m_pane.toPlainText().endsWith("the server now listens on 10.200.0.1:" + port + "."));
         QVERIFY(
             FileProbe::readAll(m_log).contains("moved to the network address, ip: 10.200.0.1, port: " + port.toUtf8()));
         FakeCamera camera;
         QVERIFY(camera.connectToServer(port.toUShort(), "10.200.0.1", "10.200.0.1"));
         camera.send("#N$");
-        QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join(), QByteArray("The package barcode info is :N"));
+        QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join('|'),
+                     QByteArray("The package barcode info is :E|The package barcode info is :N"));
         press();
         press(); // reopened on the network address: nothing to wait for
         QCOMPARE(m_pane.toPlainText().count("no network address yet") + m_pane.toPlainText().count("cannot listen"), 2);
