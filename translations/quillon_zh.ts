@@ -11,6 +11,18 @@
         <source>Any camera that connects to this server can type into the focused window. Enter an allowed camera to accept only that one.</source>
         <translation>任何连接到此服务器的相机都能向当前焦点窗口输入文字。请填写允许的相机，只接受该相机。</translation>
     </message>
+    <message>
+        <source>This machine has no network address yet; the server listens on %1:%2 and moves to the network address as soon as there is one.</source>
+        <translation>本机尚无网络地址；服务器暂在 %1:%2 上监听，一旦有了网络地址即转到该地址。</translation>
+    </message>
+    <message>
+        <source>The network address %1 is up, but the server cannot listen on %1:%2; it keeps listening on %3:%2 and tries again.</source>
+        <translation>网络地址 %1 已可用，但服务器无法在 %1:%2 上监听；它继续在 %3:%2 上监听并会再次尝试。</translation>
+    </message>
+    <message>
+        <source>The network address %1 is up; the server now listens on %1:%2.</source>
+        <translation>网络地址 %1 已可用；服务器现在在 %1:%2 上监听。</translation>
+    </message>
 </context>
 <context>
     <name>MainWindow</name>

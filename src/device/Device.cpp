@@ -10,6 +10,7 @@
 #include <QHostAddress>
 #include <QHostInfo>
 #include <QNetworkInterface>
+#include <QTimer>
 
 namespace {
 
@@ -36,6 +37,9 @@ QList<QHostAddress> activeInterfaceAddresses()
     return addresses;
 }
 
+// Polling the interfaces is a netlink dump: cheap enough to do every second while it matters.
+constexpr int kAddressWatchMs = 1000;
+
 } // namespace
 
 Device::Device(QObject* parent)
@@ -43,7 +47,10 @@ Device::Device(QObject* parent)
     , m_client(new NetTcpClient(this))
     , m_server(new NetTCPServer(this))
     , m_dataThread(new DataThread(this))
+    , m_addressWatch(new QTimer(this))
 {
+    m_addressWatch->setInterval(kAddressWatchMs);
+    connect(m_addressWatch, &QTimer::timeout, this, &Device::moveToNetworkAddress);
     m_server->setDataCallback(deviceDataCallback, this);
     m_client->setDataCallback(deviceDataCallback, this);
     connect(m_client, &NetTcpClient::sendMsgSig, this, &Device::message);
@@ -94,6 +101,8 @@ Device::Fields Device::storedFields(const TCPSettings& settings, const QString& 
 
 bool Device::open(const Fields& fields)
 {
+    m_address = fields.ip;
+    m_port = fields.port;
     m_server->setAllowedCamera(fields.allowedCamera);
     // A camera may send the moment it is connected; a worker that keeps every frame is there first.
     if (fields.keepEveryFrame) {
@@ -115,6 +124,14 @@ bool Device::open(const Fields& fields)
     if (!fields.client && fields.keyOutput && fields.allowedCamera.isEmpty()) {
         emit message(tr("Any camera that connects to this server can type into the focused window. "
                         "Enter an allowed camera to accept only that one."));
+    }
+    // Loopback as the machine's own address means no network yet; one the operator typed is kept.
+    if (!fields.client && QHostAddress(fields.ip).isLoopback() && fields.ip == localIPAddress()) {
+        emit message(tr("This machine has no network address yet; the server listens on %1:%2 and moves to "
+                        "the network address as soon as there is one.")
+                         .arg(fields.ip, fields.port));
+        m_failedMove.clear();
+        m_addressWatch->start();
     }
     if (!fields.keepEveryFrame) {
         startWorker(fields);
@@ -142,6 +159,7 @@ void Device::stopWorker()
 void Device::close(bool client)
 {
     m_waiting = false;
+    m_addressWatch->stop();
     if (client) {
         m_client->close();
     } else {
@@ -162,6 +180,7 @@ bool Device::openAtStart(const Fields& fields)
 
 bool Device::waitForCamera(const Fields& fields)
 {
+    m_address = fields.ip;
     if (fields.keepEveryFrame) {
         startWorker(fields);
     }
@@ -193,6 +212,32 @@ QString Device::localIPAddress()
     }
     qDebug() << "**************" << chosen.toString();
     return chosen.toString();
+}
+
+void Device::moveToNetworkAddress()
+{
+    // The host name gave loopback; the chooser then takes an active interface's IPv4, if any.
+    const QHostAddress network = chooseLocalIPv4({ QHostAddress(m_address) }, activeInterfaceAddresses());
+    if (network.isLoopback()) {
+        return;
+    }
+    const QString ip = network.toString();
+    if (m_server->moveTo(ip, m_port) != 0) {
+        if (ip != m_failedMove) {
+            m_failedMove = ip;
+            emit message(tr("The network address %1 is up, but the server cannot listen on %1:%2; it keeps "
+                            "listening on %3:%2 and tries again.")
+                             .arg(ip, m_port, m_address));
+        }
+        return;
+    }
+    m_addressWatch->stop();
+    m_address = ip;
+    Logger::info(QStringLiteral("[INFO] TCP server moved to the network address, ip: %1, port: %2.")
+                     .arg(ip, m_port)
+                     .toStdString());
+    emit message(tr("The network address %1 is up; the server now listens on %1:%2.").arg(ip, m_port));
+    emit serverMoved(ip);
 }
 
 void Device::onDeviceData(const char* data, int len)

@@ -8,6 +8,7 @@
 class DataThread;
 class NetTCPServer;
 class NetTcpClient;
+class QTimer;
 
 // One device without its page: the stored settings, the two endpoints and the worker, and the
 // sequence that opens and closes them: endpoint first, then worker; a worker that keeps every
@@ -61,6 +62,8 @@ public:
     // Open, or waiting for the camera.
     bool isOpen() const { return m_open; }
     bool isWaiting() const { return m_waiting; }
+    // The address the endpoint was last opened on, or has moved to.
+    const QString& address() const { return m_address; }
 
     // The address a server device listens on: the machine's network address.
     static QString localIPAddress();
@@ -71,17 +74,25 @@ signals:
     void received(QString text);
     // A device that waited for its camera is open now.
     void openedAfterWait();
+    // A server opened on loopback for want of a network address listens on this one now.
+    void serverMoved(QString ip);
 
 private:
     void startWorker(const Fields& fields);
     void stopWorker();
+    void moveToNetworkAddress();
     void onDeviceData(const char* data, int len);
     static int deviceDataCallback(const char* data, int len, void* context);
 
     NetTcpClient* m_client;
     NetTCPServer* m_server;
     DataThread* m_dataThread;
+    QTimer* m_addressWatch;
     TCPSettings m_settings;
+    QString m_address;
+    QString m_port;
+    // The network address a move failed on, so that the failure is told once.
+    QString m_failedMove;
     bool m_open = false;
     bool m_waiting = false;
 };

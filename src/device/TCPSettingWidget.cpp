@@ -36,6 +36,7 @@ TCPSettingWidget::TCPSettingWidget(QWidget* parent)
     connect(device, SIGNAL(message(QString)), this, SIGNAL(sendShowLogData(QString)));
     connect(device, SIGNAL(received(QString)), this, SIGNAL(sendShowData(QString)));
     connect(device, &Device::openedAfterWait, this, [this] { setLampStatus(ui->label_TCP, 1); });
+    connect(device, &Device::serverMoved, ui->lineEdit_IP, &QLineEdit::setText);
     connect(ui->comboBox_tcp, SIGNAL(currentIndexChanged(int)), this, SLOT(onTcpTypeComboBoxChanged(int)));
 }
 

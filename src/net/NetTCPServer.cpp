@@ -8,6 +8,7 @@ using Velko::Memory::TSharedPtr;
 using Velko::Wirelet::CMemoryPacket;
 using Velko::Wirelet::CSessionFactory;
 using Velko::Wirelet::ISession;
+using Velko::Wirelet::ISessionServer;
 
 NetTCPServer::NetTCPServer(QObject* parent)
     : QObject(parent)
@@ -60,6 +61,33 @@ int NetTCPServer::close()
     return 0;
 }
 
+int NetTCPServer::moveTo(QString ip, QString port)
+{
+    if (!server) {
+        return 1;
+    }
+    {
+        std::lock_guard<std::mutex> lock(sessionMutex);
+        moving = true;
+    }
+    TSharedPtr<ISessionServer> moved;
+    const QByteArray address = (ip + ":" + port).toLatin1();
+    const bool opened
+        = CSessionFactory::instance().createTcpServer(false, moved) == 0 && moved->open(address.constData(), this) == 0;
+    if (opened) {
+        // Once its close has returned no sink operation of the old server runs, nor starts.
+        server->close();
+    }
+    std::lock_guard<std::mutex> lock(sessionMutex);
+    moving = false;
+    if (!opened) {
+        return 1;
+    }
+    sessions.clear();
+    server = moved;
+    return 0;
+}
+
 int NetTCPServer::setDataCallback(DataCallback callback, void* context)
 {
     dataCallback = callback;
@@ -91,6 +119,9 @@ void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
 {
     // One lock over the test and the append keeps a second camera from slipping in between.
     std::lock_guard<std::mutex> lock(sessionMutex);
+    if (moving) {
+        return;
+    }
     const auto remote = session->getRemoteAddress();
     if (!allowedCamera.isNull() && !allowedCamera.isEqual(QHostAddress(QString(remote->getIP())))) {
         server->removeSession(session);

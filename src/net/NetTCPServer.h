@@ -23,6 +23,9 @@ public:
 
     int open(QString ip, QString port);
     int close();
+    // Listens on another address instead, on the GUI thread like open; a camera on the old one is
+    // let go. When the new address cannot be opened the server listens on where it was and gives 1.
+    int moveTo(QString ip, QString port);
     int setDataCallback(DataCallback callback, void* context);
     int send(const char* data, std::uint32_t size);
     // When set, a camera from any other address is turned away; empty takes the first camera.
@@ -45,6 +48,8 @@ private:
     DataCallback dataCallback = nullptr;
     void* dataContext = nullptr;
     QHostAddress allowedCamera;
+    // While a move runs, cameras are turned away: the sink serves two listeners for that moment.
+    bool moving = false;
     QByteArray peerIP;
     quint16 peerPort = 0;
 };

@@ -62,7 +62,10 @@ void HeadlessService::openDevice(Device* device)
     // As on the page: a server listens on the machine's address of the moment, not the stored one.
     const QString ip = client ? settings.tcpClientIP : settings.tcpType == 1 ? Device::localIPAddress() : QString();
     const Device::Fields fields = Device::storedFields(settings, ip);
-    connect(device, &Device::message, this, [this, device, ip](const QString& text) { print(device, ip, text); });
+    // A server that moves to the network address once there is one prints its new address.
+    connect(device, &Device::message, this, [this, device](const QString& text) {
+        print(device, device->address(), text);
+    });
 
     if (const char* problem = device->checkFields(fields)) {
         print(device, ip, QCoreApplication::translate("TCPSettingWidget", problem));

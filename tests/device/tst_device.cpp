@@ -138,6 +138,51 @@ private slots:
         QCOMPARE(m_page->getSettings().allowedCamera + state(), QStringLiteral("Close 1 1 TCP Server"));
     }
 
+    // Stored open before the network is up, a server listens on loopback and says so, then moves to
+    // the network address once that is up and can be listened on; one the operator chose stays.
+    // Runs again in a network namespace of its own, where the test adds the network.
+    void serverMovesToTheNetworkAddress()
+    {
+        if (qEnvironmentVariableIsEmpty("TAPWRIGHT_PRIVATE_NETWORK"))
+            return inPrivateNetwork();
+        QTemporaryDir frames;
+        const QString port = QString::number(FakeCamera::freePort()), up = "ip link set tw1 up && ip link set tw0 up";
+        Device chosen;
+        chosen.settings().fileDir = frames.path();
+        QVERIFY(chosen.open({ false, "127.0.0.2", QString::number(FakeCamera::freePort()), "#", "$" }));
+        m_page->setSettings({ 1, 1, port, "", frames.path(), "#", "$" });
+        auto* ip = m_page->findChild<QLineEdit*>("lineEdit_IP");
+        const QString none = "This machine has no network address yet; the server listens on %1:%2 and moves";
+        QVERIFY(m_pane.toPlainText().contains(none.arg(ip->text(), port)) && QHostAddress(ip->text()).isLoopback());
+        if (QProcess::execute("ip", { "link", "add", "name", "tw0", "type", "veth", "peer", "name", "tw1" }) != 0)
+            QSKIP("This machine cannot add a veth link in a network namespace.");
+        QCOMPARE(QProcess::execute("ip", { "addr", "add", "10.200.0.1/24", "dev", "tw0" }), 0);
+        QTcpServer holder; // takes the port on the new address until the server has said it cannot
+        QVERIFY(holder.listen(QHostAddress("10.200.0.1"), port.toUShort()));
+        QCOMPARE(QProcess::execute("sh", { "-c", up }), 0);
+        const QString cannot = "The network address 10.200.0.1 is up, but the server cannot listen on 10.200.0.1:%1";
+        QTRY_VERIFY(m_pane.toPlainText().contains(cannot.arg(port)));
+        FakeCamera early; // served where the server was until the move, then let go
+        QVERIFY(early.connectToServer(port.toUShort()));
+        early.send("#E$");
+        QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
+        holder.close();
+        QTRY_COMPARE(ip->text(), QStringLiteral("10.200.0.1"));
+        QTRY_COMPARE(early.endedByPeerCount(), 1);
+        QVERIFY(m_pane.toPlainText().endsWith("the server now listens on 10.200.0.1:" + port + "."));
+        QVERIFY(
+            FileProbe::readAll(m_log).contains("moved to the network address, ip: 10.200.0.1, port: " + port.toUtf8()));
+        FakeCamera camera;
+        QVERIFY(camera.connectToServer(port.toUShort(), "10.200.0.1", "10.200.0.1"));
+        camera.send("#N$");
+        QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join('|'),
+                     QByteArray("The package barcode info is :E|The package barcode info is :N"));
+        press();
+        press(); // reopened on the network address: nothing to wait for
+        QCOMPARE(m_pane.toPlainText().count("no network address yet") + m_pane.toPlainText().count("cannot listen"), 2);
+        QCOMPARE(state() + chosen.address(), QStringLiteral("Close 1 1 TCP Server127.0.0.2"));
+    }
+
     // A row: IP | port | start | end | directory | the message. Stored open, the page checks at once.
     void missingFieldStopsTheOpen_data()
     {
@@ -231,6 +276,29 @@ private slots:
     }
 
 private:
+    // Runs the calling test again in a network namespace that has only loopback at first.
+    void inPrivateNetwork()
+    {
+        if (QProcess::execute("unshare", { "-n", "true" }) != 0)
+            QSKIP("This machine cannot make a network namespace (unshare -n, as root).");
+        QTemporaryDir scratch; // the child's own log
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("TAPWRIGHT_PRIVATE_NETWORK", "1");
+        environment.insert("TMPDIR", scratch.path());
+        child.setProcessEnvironment(environment);
+        child.setProcessChannelMode(QProcess::MergedChannels);
+        const QString script = "ip link set lo up && exec \"$0\" \"$1\"";
+        child.start(
+            "unshare",
+            { "-n", "sh", "-c", script, QCoreApplication::applicationFilePath(), QTest::currentTestFunction() });
+        QVERIFY(child.waitForFinished(60000));
+        const QByteArray output = child.readAll();
+        if (output.contains("SKIP   :"))
+            QSKIP(output.constData());
+        QVERIFY2(child.exitCode() == 0 && output.contains("Totals: 3 passed"), output.constData());
+    }
+
     void press() { QTest::mouseClick(m_page->findChild<QToolButton*>("openTcpBtn"), Qt::LeftButton); }
     // The button's text, the stored status, how many controls take input, and the role shown.
     QString state() const

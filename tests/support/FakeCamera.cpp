@@ -41,13 +41,13 @@ quint16 FakeCamera::listen(quint16 port)
     return listening;
 }
 
-bool FakeCamera::connectToServer(quint16 port, const QString& from)
+bool FakeCamera::connectToServer(quint16 port, const QString& from, const QString& to)
 {
     bool connected = false;
     onCameraThread([&] {
         auto* socket = new QTcpSocket(m_server);
         socket->bind(QHostAddress(from));
-        socket->connectToHost(QHostAddress::LocalHost, port);
+        socket->connectToHost(QHostAddress(to), port);
         connected = socket->waitForConnected(kConnectTimeoutMs);
         m_localPort = socket->localPort();
         connected ? adopt(socket) : delete socket;

@@ -32,9 +32,11 @@ public:
         onCameraThread([this] { m_server->close(); });
     }
 
-    // Connects to the port from the loopback address and says whether the connection was made
-    // within a few seconds.
-    bool connectToServer(quint16 port, const QString& from = QStringLiteral("127.0.0.1"));
+    // Connects from one address to the port of another and says whether the connection was made
+    // within a few seconds. Both are loopback addresses but in a test's private network namespace.
+    bool connectToServer(quint16 port,
+                         const QString& from = QStringLiteral("127.0.0.1"),
+                         const QString& to = QStringLiteral("127.0.0.1"));
     // This side's port of the last connectToServer().
     quint16 localPort() const { return m_localPort.load(); }
 
