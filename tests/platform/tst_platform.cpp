@@ -1,4 +1,7 @@
+#include "DataLocations.h"
+#include "FileProbe.h"
 #include "InstanceLock.h"
+#include "TestProgramDir.h"
 #include "XTestKeyInjector.h"
 #include "XdgAutostartStore.h"
 
@@ -106,6 +109,64 @@ private slots:
         QVERIFY(QDir().mkpath(m_autostart) && file.open(QIODevice::WriteOnly) && file.write(text) == text.size());
         file.close();
         QCOMPARE(XdgAutostartStore().value("tapwright"), program);
+    }
+
+    // A program directory that can be written keeps everything, as ever; one that cannot sends the
+    // settings to $XDG_CONFIG_HOME/tapwright, seeded from beside the program, and the log to
+    // $XDG_STATE_HOME/tapwright (~/.local/state when that is not an absolute path).
+    void settingsAndLogsGoWhereTheyCanBeWritten_data()
+    {
+        QTest::addColumn<bool>("writable");
+        QTest::addColumn<QString>("stateHome");
+        QTest::addColumn<QByteArray>("usersOwn"); // a TCPconfig.json already in the XDG place
+        QTest::newRow("writable") << true << "state" << QByteArray();
+        QTest::newRow("read-only, first start") << false << "state" << QByteArray();
+        QTest::newRow("read-only, settings of the user's") << false << "state" << QByteArray("{}");
+        QTest::newRow("read-only, relative state home") << false << "rel" << QByteArray();
+    }
+
+    void settingsAndLogsGoWhereTheyCanBeWritten()
+    {
+        QFETCH(bool, writable);
+        QFETCH(QString, stateHome);
+        QFETCH(QByteArray, usersOwn);
+        QTemporaryDir program, xdg;
+        const QString config = m_home.filePath("tapwright");
+        QDir(config).removeRecursively();
+        qputenv("XDG_STATE_HOME", QFile::encodeName(stateHome == "rel" ? stateHome : xdg.filePath(stateHome)));
+        for (const QString file : { "TCPconfig.json", "Conf/language.ini" })
+            QVERIFY(TestProgramDir::writeFile(program.filePath(file), file.toUtf8()));
+        QVERIFY(usersOwn.isEmpty() || TestProgramDir::writeFile(config + "/TCPconfig.json", usersOwn));
+
+        const DataLocations places(program.path(), writable);
+        const QString settings = writable ? program.path() : config;
+        const QString state = stateHome == "rel" ? QDir::homePath() + "/.local/state" : xdg.filePath("state");
+        QCOMPARE(QStringList({ places.configFile(), places.languageFile(), places.logDirectory() }),
+                 QStringList({ settings + "/TCPconfig.json",
+                               settings + "/Conf/language.ini",
+                               writable ? program.filePath("Log") : state + "/tapwright/Log" }));
+        QCOMPARE(FileProbe::readAll(places.configFile()), usersOwn.isEmpty() ? "TCPconfig.json" : usersOwn);
+        QCOMPARE(FileProbe::readAll(places.languageFile()), "Conf/language.ini");
+        QCOMPARE(QFileInfo(places.logDirectory()).isDir(), !writable); // beside the program, start-up makes it
+        QCOMPARE(QFileInfo::exists(config), !writable);
+        QCOMPARE(places.besideProgram(), writable);
+    }
+
+    void writableDirectoryIsTried_data()
+    {
+        QTest::addColumn<QString>("dir");
+        QTest::addColumn<bool>("writable");
+        QTest::newRow("temporary") << QDir::tempPath() << true;
+        QTest::newRow("missing") << QDir::tempPath() + "/missing" << false;
+        QTest::newRow("no files, even for root") << "/proc/self" << false;
+    }
+
+    void writableDirectoryIsTried()
+    {
+        QFETCH(QString, dir);
+        QFETCH(bool, writable);
+        QCOMPARE(DataLocations::canWriteIn(dir), writable);
+        QCOMPARE(QDir(dir).entryList(QDir::Hidden | QDir::Files).filter(".tapwright"), QStringList());
     }
 
     void typesIntoTheFocusedWidget()
