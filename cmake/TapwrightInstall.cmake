@@ -1,6 +1,6 @@
 # cmake --install copies the program directory to <prefix>/lib/tapwright and adds a launcher, a menu
-# entry and the icon. The program writes its settings and logs beside itself, so the prefix should
-# be one the user can write to (for instance ~/.local).
+# entry and the icon. The program writes its settings and logs beside itself where it can, and in
+# the user's XDG directories where it cannot (under /usr).
 
 set(TAPWRIGHT_PROGRAM_DESTINATION lib/tapwright)
 

@@ -8,7 +8,14 @@ if(TAPWRIGHT_PROGRAM MATCHES "[ \t\"\\\\]")
 endif()
 string(REPLACE "%" "%%" TAPWRIGHT_PROGRAM "${TAPWRIGHT_PROGRAM}")
 
-foreach(unit "share/systemd/user/tapwright.service" "lib/systemd/system/tapwright@.service")
+# Debian keeps user units in /usr/lib/systemd/user; under other prefixes (~/.local, /usr/local) systemd
+# finds them in share/systemd/user.
+set(user_units share/systemd/user)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(user_units lib/systemd/user)
+endif()
+
+foreach(unit "${user_units}/tapwright.service" "lib/systemd/system/tapwright@.service")
     get_filename_component(name "${unit}" NAME)
     set(target "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/${unit}")
     message(STATUS "Installing: ${target}")

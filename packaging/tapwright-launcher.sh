@@ -1,4 +1,4 @@
 #!/bin/sh
-# Starts the installed program, which keeps its data and settings beside itself in lib/tapwright.
+# Starts the installed program from lib/tapwright, where it finds its data.
 here=$(dirname "$(readlink -f "$0")")
 exec "$here/../lib/tapwright/tapwright" "$@"

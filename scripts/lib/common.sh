@@ -7,7 +7,10 @@ TAPWRIGHT_PACKAGES=(
     libasio-dev libxtst-dev libxi-dev x11-xkb-utils
     fonts-wqy-microhei
     xvfb xauth xdotool socat iproute2
+    dpkg-dev mount # cpack's dependency list; the read-only mount of the package test
 )
+# What scripts/package needs beyond the list above.
+TAPWRIGHT_PACKAGE_TOOLS=(lintian)
 
 # Installs whatever Debian package of the list is missing; quiet when all are there.
 tapwright_install_packages() {

@@ -1,5 +1,6 @@
 #include "MainWindow.h"
 
+#include "DataLocations.h"
 #include "DeviceConfig.h"
 #include "Logger.h"
 #include "TCPSettingWidget.h"
@@ -28,7 +29,7 @@ namespace {
 
 QString configPath()
 {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/TCPconfig.json");
+    return DataLocations::ofThisProgram().configFile();
 }
 
 } // namespace
@@ -392,8 +393,7 @@ void MainWindow::loadStyleSheet()
 
 void MainWindow::loadLanguage()
 {
-    const QSettings settings(QCoreApplication::applicationDirPath() + QStringLiteral("/Conf/language.ini"),
-                             QSettings::IniFormat);
+    const QSettings settings(DataLocations::ofThisProgram().languageFile(), QSettings::IniFormat);
     const int stored = settings.value(QStringLiteral("language/lang"), QStringLiteral("2")).toInt();
     applyLanguage(stored == 0 ? 0 : 1);
 }

@@ -1,3 +1,4 @@
+#include "DataLocations.h"
 #include "HeadlessService.h"
 #include "InstanceLock.h"
 #include "LogRetention.h"
@@ -39,7 +40,8 @@ bool hasArgument(int argc, char* argv[], std::initializer_list<const char*> name
 
 void openLog()
 {
-    const QString logDir = QDir::currentPath() + QStringLiteral("/Log");
+    const DataLocations& locations = DataLocations::ofThisProgram();
+    const QString logDir = locations.logDirectory();
     if (!QDir(logDir).exists()) {
         QDir().mkdir(logDir);
     }
@@ -47,6 +49,9 @@ void openLog()
         + QDateTime::currentDateTime().toString(QStringLiteral("yyyy_MM_dd")) + QStringLiteral(".txt");
     Logger::open(QFile::encodeName(logPath).toStdString());
     Logger::setLevel(LOG_DEBUG);
+    if (!locations.besideProgram()) {
+        Logger::info(locations.notice());
+    }
     Logger::info("[INFO] Quillon start...");
     purgeOldLogs(logDir);
 }
@@ -59,7 +64,7 @@ void reportSecondInstance()
 // The language the window would start in, for the texts a headless run prints.
 void loadHeadlessLanguage(QTranslator& translator)
 {
-    const QSettings settings(QStringLiteral("Conf/language.ini"), QSettings::IniFormat);
+    const QSettings settings(DataLocations::ofThisProgram().languageFile(), QSettings::IniFormat);
     if (settings.value(QStringLiteral("language/lang"), QStringLiteral("2")).toInt() == 0
         && translator.load(QStringLiteral("Language/chinese/quillon_zh.qm"))) {
         QCoreApplication::installTranslator(&translator);
@@ -77,7 +82,7 @@ int runHeadless(QCoreApplication& app)
     QTranslator translator;
     loadHeadlessLanguage(translator);
 
-    const QString configPath = QDir::currentPath() + QStringLiteral("/TCPconfig.json");
+    const QString configPath = DataLocations::ofThisProgram().configFile();
     HeadlessService service;
     const int devices = service.start(configPath);
     if (devices < 0) {

@@ -134,18 +134,58 @@ private slots:
         QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
     }
 
+    // Installed from the package, where it cannot write, the program keeps its settings in
+    // $XDG_CONFIG_HOME/tapwright and its log in $XDG_STATE_HOME/tapwright, and serves as before.
+    void runsFromThePackage()
+    {
+        QTemporaryDir root, home;
+        const QString config = home.filePath("config/tapwright"), logs = home.filePath("state/tapwright/Log");
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath("config")));
+        qputenv("XDG_STATE_HOME", QFile::encodeName(home.filePath("state")));
+        FakeCamera camera; // frames go to the home directory
+        const QJsonObject device = TestProgramDir::clientDevice(1, camera.listen(), home.path());
+        const QJsonObject stored { { "page_Device1", device } };
+        QVERIFY(TestProgramDir::writeFile(config + "/TCPconfig.json", QJsonDocument(stored).toJson()));
+        QCOMPARE(QProcess::execute("dpkg-deb", { "-x", TAPWRIGHT_DEB, root.path() }), 0);
+        // A read-only mount, as /usr is to a user: file modes would not stop root.
+        const QString mount
+            = "mount --bind \"$0\" \"$0\" && mount -o remount,bind,ro \"$0\" && exec \"$0\"/usr/bin/tapwright \"$@\"";
+        const QStringList command { "unshare", "-r", "-m", "sh", "-c", mount, root.path() };
+        QProcess program, headless;
+        const QString window = start(program, "MainWindow", command);
+        QTRY_COMPARE(camera.openCount(), 1);
+        camera.send("[PKG-1]");
+        QTRY_COMPARE(FileProbe::textFileContents(home.path()), QByteArrayList { "The package barcode info is :PKG-1" });
+        QVERIFY(endsWell(program, window));
+        const QJsonObject written = QJsonDocument::fromJson(FileProbe::readAll(config + "/TCPconfig.json")).object();
+        QVERIFY(written != stored && written["page_Device1"] == device); // rewritten at close
+        QVERIFY(QFileInfo(config + "/Conf/language.ini").isFile());      // seeded
+
+        // Without a window it serves the device of the same settings.
+        start(headless, QString(), command);
+        QTRY_COMPARE(camera.acceptedCount(), 2);
+        headless.terminate();
+        QVERIFY(headless.waitForFinished(15000) && headless.exitCode() == 0);
+        const QString place = "[INFO] Settings in %1, logs in %2: the program directory %3 cannot be written.";
+        const QByteArray log = FileProbe::readAll(logs + "/" + logName());
+        QVERIFY(log.split('\n').value(1).endsWith(place.arg(config, logs, root.filePath("usr/lib/tapwright")).toUtf8())
+                && log.count("LOG FINALISED\n") == 2);
+    }
+
 private:
     QString path(const QString& relative) const { return m_dir->filePath(relative); }
     static QString logName() { return "log_Tapwright_" + QDate::currentDate().toString("yyyy_MM_dd") + ".txt"; }
     // Started from another directory: the program must still work beside itself, and leave it alone.
-    // Without a title it runs headless, with no display at all.
-    QString start(QProcess& process, const QString& title)
+    // Without a title it runs headless, with no display at all. A command replaces the program's path.
+    QString start(QProcess& process, const QString& title, QStringList command = QStringList())
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.remove(title.isEmpty() ? "DISPLAY" : "");
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(path("elsewhere"));
-        process.start(path("tapwright"), title.isEmpty() ? QStringList("--headless") : QStringList());
+        command = (command.isEmpty() ? QStringList(path("tapwright")) : command)
+            + (title.isEmpty() ? QStringList("--headless") : QStringList());
+        process.start(command.takeFirst(), command);
         const QString search = "search --sync --onlyvisible --pid %1 --name ^%2$";
         return title.isEmpty() ? "" : xdotool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
     }

@@ -11,8 +11,9 @@ xvfb_pid=""
 trap 'set +e; [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null && wait "$xvfb_pid"; rm -rf "$scratch"' EXIT
 
 export HOME=$scratch/home XDG_CONFIG_HOME=$scratch/config XDG_DATA_HOME=$scratch/data XDG_CACHE_HOME=$scratch/cache
+export XDG_STATE_HOME=$scratch/state
 export XDG_RUNTIME_DIR=$scratch/runtime TMPDIR=$scratch/tmp LANG=C.UTF-8 LC_ALL=C.UTF-8
-mkdir -p "$HOME" "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME" "$XDG_RUNTIME_DIR" "$TMPDIR"
+mkdir -p "$HOME" "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME" "$XDG_STATE_HOME" "$XDG_RUNTIME_DIR" "$TMPDIR"
 chmod 700 "$XDG_RUNTIME_DIR"
 
 case "$mode" in
