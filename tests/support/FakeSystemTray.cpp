@@ -1,0 +1,49 @@
+#include "FakeSystemTray.h"
+
+#include <X11/Xlib.h>
+
+namespace {
+
+// The opcode of SYSTEM_TRAY_REQUEST_DOCK in the system tray protocol.
+constexpr long kRequestDock = 0;
+
+} // namespace
+
+FakeSystemTray::FakeSystemTray()
+    : m_display(XOpenDisplay(nullptr))
+    , m_opcode(XInternAtom(m_display, "_NET_SYSTEM_TRAY_OPCODE", False))
+{
+    const Window root = DefaultRootWindow(m_display);
+    const Window tray = XCreateSimpleWindow(m_display, root, 0, 0, 1, 1, 0, 0, 0);
+    const Atom selection = XInternAtom(m_display, "_NET_SYSTEM_TRAY_S0", False);
+    XSetSelectionOwner(m_display, selection, tray, CurrentTime);
+
+    XEvent manager {};
+    manager.xclient.type = ClientMessage;
+    manager.xclient.window = root;
+    manager.xclient.message_type = XInternAtom(m_display, "MANAGER", False);
+    manager.xclient.format = 32;
+    manager.xclient.data.l[0] = CurrentTime;
+    manager.xclient.data.l[1] = static_cast<long>(selection);
+    manager.xclient.data.l[2] = static_cast<long>(tray);
+    XSendEvent(m_display, root, False, StructureNotifyMask, &manager);
+    XFlush(m_display);
+}
+
+FakeSystemTray::~FakeSystemTray()
+{
+    XCloseDisplay(m_display);
+}
+
+int FakeSystemTray::dockRequests()
+{
+    while (XPending(m_display) > 0) {
+        XEvent event;
+        XNextEvent(m_display, &event);
+        if (event.type == ClientMessage && event.xclient.message_type == m_opcode
+            && event.xclient.data.l[1] == kRequestDock) {
+            ++m_dockRequests;
+        }
+    }
+    return m_dockRequests;
+}
