@@ -471,7 +471,7 @@ void MainWindow::applyLanguage(int lang)
 void MainWindow::saveLanguage(int lang)
 {
     QSettings settings(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QLatin1Char('/')
-                           + qAppName() + QStringLiteral("/language.ini"),
+                           + QCoreApplication::applicationName() + QStringLiteral("/language.ini"),
                        QSettings::IniFormat);
     settings.setValue(QStringLiteral("language/lang"), lang);
 }

@@ -1,8 +1,11 @@
 #include "FakeCamera.h"
+#include "FakeSystemTray.h"
 #include "FileProbe.h"
 #include "TestProgramDir.h"
 
 #include <QtTest>
+
+static const QString kShown = "search --onlyvisible --pid %1 --name ^Tapwright$";
 
 static QString xdotool(const QString& arguments)
 {
@@ -10,6 +13,16 @@ static QString xdotool(const QString& arguments)
     process.start("xdotool", arguments.split(' '));
     process.waitForFinished();
     return QString::fromLocal8Bit(process.readAllStandardOutput());
+}
+
+// _NET_WM_WINDOW_TYPE of the program's window: a utility window while in the tray (no task bar entry).
+static QString windowType(const QProcess& program)
+{
+    QProcess xprop;
+    xprop.start("xprop",
+                { "-id", xdotool(kShown.arg(program.processId())).section('\n', 0, 0), "_NET_WM_WINDOW_TYPE" });
+    xprop.waitForFinished();
+    return QString::fromLatin1(xprop.readAllStandardOutput());
 }
 
 // The real program, run from a scratch copy of its directory on the test's own X server, and ended
@@ -26,6 +39,7 @@ private slots:
         QDir(path("Log")).removeRecursively(); // what a developer's own runs left
         QFile::remove(path("TCPconfig.json"));
         QVERIFY(QDir().mkpath(path("elsewhere")));
+        QVERIFY(QFile::link("../tapwright", path("elsewhere/tw"))); // a name of the user's own
     }
 
     // A row: TCPconfig.json ("-" for none; %DEV% is an open client device) | what stands in the way
@@ -67,7 +81,7 @@ private slots:
             QVERIFY(program.waitForFinished(15000) && program.exitCode() == 2);
             QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
         }
-        const QString window = start(program, "MainWindow");
+        const QString window = start(program, "^Tapwright$");
         QVERIFY(!window.isEmpty());
         QByteArrayList kept; // every frame of the burst
         if (cell[3] == "1") {
@@ -121,7 +135,7 @@ private slots:
         QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
 
         // A second instance with a window tells the user, one without tells its error output; both end.
-        QCOMPARE(QProcess::execute("xdotool", { "key", "--window", start(second, "Tip"), "Return" }), 0);
+        QCOMPARE(QProcess::execute("xdotool", { "key", "--window", start(second, "^Tip"), "Return" }), 0);
         start(third, QString());
         for (QProcess* refused : { &second, &third })
             QVERIFY(refused->waitForFinished(15000) && refused->exitCode() == 255
@@ -134,6 +148,27 @@ private slots:
         QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
     }
 
+    // A second start brings the window that runs back from the tray, then says so and ends.
+    void secondStartBringsTheWindowBack()
+    {
+        FakeSystemTray panel;
+        QProcess first, second;
+        const QString window = start(first, "^Tapwright$");
+        QVERIFY(!window.isEmpty());
+        QTRY_COMPARE(panel.dockRequests(), 1);
+        // "Minimal enable" at the bottom right, then the title bar's minimise button: into the tray.
+        QProcess::execute("xdotool", QString("mousemove --window %1 --sync 790 679 click 1").arg(window).split(' '));
+        QProcess::execute("xdotool", QString("mousemove --window %1 --sync 852 14 click 1").arg(window).split(' '));
+        QTRY_VERIFY(windowType(first).contains("UTILITY"));
+        // The box closes at the press of Return, before a release could reach it.
+        QProcess::execute("xdotool", { "keydown", "--window", start(second, "^Tip"), "Return" });
+        QVERIFY(second.waitForFinished(15000) && second.exitCode() == 255
+                && second.readAllStandardError().contains("already running"));
+        QVERIFY(windowType(first).contains("NORMAL") && !windowType(first).contains("UTILITY"));
+        QVERIFY(QFile::exists(qEnvironmentVariable("XDG_CONFIG_HOME") + "/tapwright/language.ini"));
+        QVERIFY(endsWell(first, xdotool(kShown.arg(first.processId())).section('\n', 0, 0)));
+    }
+
 private:
     QString path(const QString& relative) const { return m_dir->filePath(relative); }
     static QString logName() { return "log_Tapwright_" + QDate::currentDate().toString("yyyy_MM_dd") + ".txt"; }
@@ -142,11 +177,13 @@ private:
     QString start(QProcess& process, const QString& title)
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove(title.isEmpty() ? "DISPLAY" : "");
+        environment.remove(title.isEmpty() ? "DISPLAY" : "QT_QPA_PLATFORM"); // left to a Wayland session
+        environment.insert("XDG_SESSION_TYPE", "wayland");
+        environment.insert("XDG_CURRENT_DESKTOP", "KDE");
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(path("elsewhere"));
-        process.start(path("tapwright"), title.isEmpty() ? QStringList("--headless") : QStringList());
-        const QString search = "search --sync --onlyvisible --pid %1 --name ^%2$";
+        process.start(path("elsewhere/tw"), title.isEmpty() ? QStringList("--headless") : QStringList());
+        const QString search = "search --sync --onlyvisible --pid %1 --name %2";
         return title.isEmpty() ? "" : xdotool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
     }
     bool endsWell(QProcess& process, const QString& window)

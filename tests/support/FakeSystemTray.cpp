@@ -12,9 +12,10 @@ constexpr long kRequestDock = 0;
 FakeSystemTray::FakeSystemTray()
     : m_display(XOpenDisplay(nullptr))
     , m_opcode(XInternAtom(m_display, "_NET_SYSTEM_TRAY_OPCODE", False))
+    , m_tray(XCreateSimpleWindow(m_display, DefaultRootWindow(m_display), 0, 0, 1, 1, 0, 0, 0))
 {
     const Window root = DefaultRootWindow(m_display);
-    const Window tray = XCreateSimpleWindow(m_display, root, 0, 0, 1, 1, 0, 0, 0);
+    const Window tray = m_tray;
     const Atom selection = XInternAtom(m_display, "_NET_SYSTEM_TRAY_S0", False);
     XSetSelectionOwner(m_display, selection, tray, CurrentTime);
 
@@ -42,6 +43,8 @@ int FakeSystemTray::dockRequests()
         XNextEvent(m_display, &event);
         if (event.type == ClientMessage && event.xclient.message_type == m_opcode
             && event.xclient.data.l[1] == kRequestDock) {
+            // Into the tray, which is never mapped: the icon is no window of the screen's own.
+            XReparentWindow(m_display, static_cast<Window>(event.xclient.data.l[2]), m_tray, 0, 0);
             ++m_dockRequests;
         }
     }

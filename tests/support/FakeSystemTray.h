@@ -20,5 +20,6 @@ public:
 private:
     _XDisplay* m_display;
     unsigned long m_opcode;
+    unsigned long m_tray;
     int m_dockRequests = 0;
 };
