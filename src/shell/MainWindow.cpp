@@ -69,8 +69,8 @@ MainWindow::MainWindow(QWidget* parent, bool externalStart)
     connect(m_startFunctionTimer, SIGNAL(timeout()), this, SLOT(timeoutStartFunctionSlot()));
     m_startFunctionTimer->start();
 
-    // Qt looks for a tray only when the icon is shown: a panel that comes up after the program
-    // (at logon) would otherwise never get the icon.
+    // A panel may bring its tray after the program (at logon) or take it away: the box's tooltip
+    // follows, and a window in a tray that went comes back. Qt docks the icon in a new tray itself.
     m_trayWatchTimer = new QTimer(this);
     m_trayWatchTimer->setInterval(1000);
     connect(m_trayWatchTimer, SIGNAL(timeout()), this, SLOT(followTray()));
