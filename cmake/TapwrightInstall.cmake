@@ -11,8 +11,9 @@ install(DIRECTORY ${TAPWRIGHT_BIN_DIR}/Language ${TAPWRIGHT_BIN_DIR}/Conf ${TAPW
         DESTINATION ${TAPWRIGHT_PROGRAM_DESTINATION})
 
 install(PROGRAMS ${CMAKE_SOURCE_DIR}/packaging/tapwright-launcher.sh DESTINATION bin RENAME tapwright)
-install(FILES ${CMAKE_SOURCE_DIR}/resources/app_icon.png DESTINATION share/icons/hicolor/32x32/apps
-        RENAME tapwright.png)
+# The icon at the theme's usual sizes and as SVG; the PNGs are rendered from the SVG
+# (rsvg-convert -w <size> -h <size>) and kept in the tree.
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/resources/icons/hicolor DESTINATION share/icons)
 
 install(SCRIPT ${CMAKE_SOURCE_DIR}/cmake/TapwrightDesktopEntry.cmake)
 install(SCRIPT ${CMAKE_SOURCE_DIR}/cmake/TapwrightServiceUnits.cmake)

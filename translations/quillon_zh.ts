@@ -66,6 +66,10 @@
         <source>Serial port Tapwright</source>
         <translation>Tapwright 串口助手</translation>
     </message>
+    <message>
+        <source>There is no system tray on this desktop, so minimising keeps the window in the task bar.</source>
+        <translation>此桌面没有系统托盘，因此最小化时窗口仍留在任务栏中。</translation>
+    </message>
 </context>
 <context>
     <name>MainWindowClass</name>

@@ -1,5 +1,6 @@
 #include "MainWindow.h"
 
+#include "AppIcon.h"
 #include "DataLocations.h"
 #include "DeviceConfig.h"
 #include "Logger.h"
@@ -15,8 +16,6 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QIcon>
 #include <QListView>
 #include <QMenu>
 #include <QSettings>
@@ -50,6 +49,8 @@ MainWindow::MainWindow(QWidget* parent, bool externalStart)
     , m_quitAction(nullptr)
     , m_trayMenu(nullptr)
     , m_savedWindowFlags()
+    , m_trayPresent(QSystemTrayIcon::isSystemTrayAvailable())
+    , m_trayWatchTimer(nullptr)
 {
     ui->setupUi(this);
     initWidgets();
@@ -68,6 +69,13 @@ MainWindow::MainWindow(QWidget* parent, bool externalStart)
     m_startFunctionTimer->setInterval(1000);
     connect(m_startFunctionTimer, SIGNAL(timeout()), this, SLOT(timeoutStartFunctionSlot()));
     m_startFunctionTimer->start();
+
+    // A panel may bring its tray after the program (at logon) or take it away: the box's tooltip
+    // follows, and a window in a tray that went comes back. Qt docks the icon in a new tray itself.
+    m_trayWatchTimer = new QTimer(this);
+    m_trayWatchTimer->setInterval(1000);
+    connect(m_trayWatchTimer, SIGNAL(timeout()), this, SLOT(followTray()));
+    m_trayWatchTimer->start();
 }
 
 MainWindow::~MainWindow()
@@ -152,6 +160,15 @@ void MainWindow::trayiconActivated(QSystemTrayIcon::ActivationReason reason)
     showNormal();
     raise();
     setWindowState(Qt::WindowActive);
+}
+
+void MainWindow::bringToFront()
+{
+    // A maximised window stays maximised.
+    setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
 }
 
 void MainWindow::setMinimized()
@@ -305,7 +322,9 @@ void MainWindow::changeEvent(QEvent* event)
     if (event->type() == QEvent::WindowStateChange) {
         qDebug() << "windowState = " << windowState();
         if (windowState() == Qt::WindowMinimized) {
-            if (m_trayEnabled) {
+            followTray();
+            // Without a tray the window would be lost: it is minimised the ordinary way.
+            if (m_trayEnabled && m_trayPresent) {
                 m_trayIcon.show();
                 setWindowFlags(Qt::Tool);
             }
@@ -317,9 +336,31 @@ void MainWindow::changeEvent(QEvent* event)
     QWidget::changeEvent(event);
 }
 
+void MainWindow::followTray()
+{
+    const bool present = QSystemTrayIcon::isSystemTrayAvailable();
+    if (present == m_trayPresent) {
+        return;
+    }
+    m_trayPresent = present;
+    if (!present && windowType() == Qt::Tool) {
+        // The tray went away with the window in it.
+        bringToFront();
+    }
+    updateTrayToolTip();
+}
+
+void MainWindow::updateTrayToolTip()
+{
+    ui->checkBox_minimize->setToolTip(
+        m_trayPresent ? QString()
+                      : tr("There is no system tray on this desktop, so minimising keeps the window in the "
+                           "task bar."));
+}
+
 void MainWindow::initTrayIcon()
 {
-    m_trayIcon.setIcon(QIcon(QStringLiteral("://app_icon.ico")));
+    m_trayIcon.setIcon(AppIcon::icon());
     m_trayIcon.setToolTip(tr("Serial port Tapwright"));
     m_trayIcon.show();
     connect(&m_trayIcon,
@@ -366,7 +407,8 @@ void MainWindow::setAutoStart(bool enable)
 {
     const QString programPath = QDir::toNativeSeparators(QCoreApplication::applicationFilePath());
     XdgAutostartStore runKey;
-    const QString name = QFileInfo(QCoreApplication::applicationFilePath()).baseName();
+    // The name it is read under, so that a renamed program file still finds its own entry.
+    const QString name = QCoreApplication::applicationName();
     const QString present = runKey.value(name);
     if (!enable) {
         runKey.remove(name);
@@ -429,7 +471,7 @@ void MainWindow::applyLanguage(int lang)
 void MainWindow::saveLanguage(int lang)
 {
     QSettings settings(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QLatin1Char('/')
-                           + qAppName() + QStringLiteral("/language.ini"),
+                           + QCoreApplication::applicationName() + QStringLiteral("/language.ini"),
                        QSettings::IniFormat);
     settings.setValue(QStringLiteral("language/lang"), lang);
 }
@@ -439,6 +481,9 @@ void MainWindow::retranslate()
     ui->retranslateUi(this);
     m_toolBar->retranslate();
     m_toolBar->setTitle(tr("Tapwright"));
+    // The form names the window "MainWindow"; the task bar and window switchers show this title.
+    setWindowTitle(tr("Tapwright"));
+    updateTrayToolTip();
 
     ui->comboBox_Device->clear();
     ui->comboBox_Device->addItem(tr("Device1"));

@@ -35,6 +35,8 @@ public slots:
     void setMaximized();
     void setReduction();
     void closeSlot();
+    // Shows the window in front of the others, back from the tray or from being minimised.
+    void bringToFront();
 
 private slots:
     void onTrayEnableChanged(int state);
@@ -48,6 +50,7 @@ private slots:
     void showCallbackData(QString data);
     void onDeviceComboBoxChanged(int index);
     void sendShowLogData(QString data);
+    void followTray();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -68,6 +71,7 @@ private:
     void applyLanguage(int lang);
     void saveLanguage(int lang);
     void retranslate();
+    void updateTrayToolTip();
 
     Ui::MainWindowClass* ui;
     ToolBar* m_toolBar;
@@ -85,4 +89,7 @@ private:
     QAction* m_quitAction;
     QMenu* m_trayMenu;
     Qt::WindowFlags m_savedWindowFlags;
+    // Whether the desktop had a system tray at the last look; the tray may come or go in a run.
+    bool m_trayPresent;
+    QTimer* m_trayWatchTimer;
 };

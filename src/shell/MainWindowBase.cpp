@@ -2,6 +2,36 @@
 
 #include <QMouseEvent>
 #include <QRect>
+#include <QWindow>
+
+namespace {
+
+Qt::Edges edgesOf(MainWindowBase::ResizeZone zone)
+{
+    switch (zone) {
+    case MainWindowBase::ZONE_TOP:
+        return Qt::TopEdge;
+    case MainWindowBase::ZONE_BOTTOM:
+        return Qt::BottomEdge;
+    case MainWindowBase::ZONE_LEFT:
+        return Qt::LeftEdge;
+    case MainWindowBase::ZONE_RIGHT:
+        return Qt::RightEdge;
+    case MainWindowBase::ZONE_TOP_LEFT:
+        return Qt::TopEdge | Qt::LeftEdge;
+    case MainWindowBase::ZONE_BOTTOM_LEFT:
+        return Qt::BottomEdge | Qt::LeftEdge;
+    case MainWindowBase::ZONE_BOTTOM_RIGHT:
+        return Qt::BottomEdge | Qt::RightEdge;
+    case MainWindowBase::ZONE_TOP_RIGHT:
+        return Qt::TopEdge | Qt::RightEdge;
+    case MainWindowBase::ZONE_NONE:
+        break;
+    }
+    return {};
+}
+
+} // namespace
 
 MainWindowBase::MainWindowBase(QWidget* parent)
     : QMainWindow(parent)
@@ -62,7 +92,11 @@ void MainWindowBase::mousePressEvent(QMouseEvent* event)
     if (event->button() == Qt::LeftButton) {
         m_leftPressed = true;
         updateResizeZone(event->globalPos());
-        if (m_resizeZone != ZONE_NONE) {
+        if (m_resizeZone != ZONE_NONE && windowHandle() && windowHandle()->startSystemResize(edgesOf(m_resizeZone))) {
+            // The window manager (or the Wayland compositor) resizes, and keeps the release.
+            m_leftPressed = false;
+            m_resizeZone = ZONE_NONE;
+        } else if (m_resizeZone != ZONE_NONE) {
             // Keeps the moves coming while the pointer runs ahead of the edge it drags.
             grabMouse();
         }

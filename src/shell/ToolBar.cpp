@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QMouseEvent>
+#include <QWindow>
 
 ToolBar::ToolBar(QWidget* parent)
     : QWidget(parent)
@@ -79,6 +80,13 @@ void ToolBar::mouseDoubleClickEvent(QMouseEvent*)
 void ToolBar::mouseMoveEvent(QMouseEvent* event)
 {
     if ((event->buttons() & Qt::LeftButton) && m_pressed) {
+        // The window manager moves the window where it can (under Wayland nothing else can), and
+        // keeps the release.
+        QWindow* handle = m_window->windowHandle();
+        if (handle && handle->startSystemMove()) {
+            m_pressed = false;
+            return;
+        }
         // The bar travels with the window, so the offset from the press point is the latest step.
         const QPoint delta = event->pos() - m_pressPos;
         m_window->move(m_window->pos() + delta);

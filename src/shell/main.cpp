@@ -1,5 +1,7 @@
+#include "AppIcon.h"
 #include "DataLocations.h"
 #include "HeadlessService.h"
+#include "InstanceChannel.h"
 #include "InstanceLock.h"
 #include "LogRetention.h"
 #include "Logger.h"
@@ -13,7 +15,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QIcon>
 #include <QMessageBox>
 #include <QSettings>
 #include <QTranslator>
@@ -25,6 +26,9 @@ namespace {
 
 // Exit code of a headless start that has nothing to run; the service unit does not restart on it.
 constexpr int kNothingToRun = 2;
+// How long a second start waits for the running window to come to the front.
+constexpr int kRaiseTimeoutMs = 3000;
+const QString kInstanceName = QStringLiteral("Tapwright");
 
 bool hasArgument(int argc, char* argv[], std::initializer_list<const char*> names)
 {
@@ -36,6 +40,31 @@ bool hasArgument(int argc, char* argv[], std::initializer_list<const char*> name
         }
     }
     return false;
+}
+
+// Settled before the application object exists: the window system and the scaling.
+void prepareWindowSystem(int argc, char* argv[])
+{
+    // The frameless window moves and resizes itself and keys are typed through XTest, which only X11
+    // allows; under Wayland that is XWayland, unless the user chose a platform.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && !hasArgument(argc, argv, { "-platform", "--platform" })
+        && !qEnvironmentVariableIsEmpty("DISPLAY")) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+}
+
+// The names the desktop knows the program by, whatever name it was started under: the settings
+// directory, the autostart entry, WM_CLASS and the menu entry tapwright.desktop must agree.
+void nameTheProgram()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("tapwright"));
+    QGuiApplication::setApplicationDisplayName(QStringLiteral("Tapwright"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("tapwright"));
+    if (!qEnvironmentVariableIsSet("RESOURCE_NAME")) {
+        qputenv("RESOURCE_NAME", "tapwright");
+    }
 }
 
 void openLog()
@@ -74,7 +103,7 @@ void loadHeadlessLanguage(QTranslator& translator)
 int runHeadless(QCoreApplication& app)
 {
     openLog();
-    const InstanceLock instanceLock(QStringLiteral("Tapwright"));
+    const InstanceLock instanceLock(kInstanceName);
     if (instanceLock.alreadyExists()) {
         reportSecondInstance();
         return -1;
@@ -106,16 +135,18 @@ int runHeadless(QCoreApplication& app)
 
 int runWindow(QApplication& app, bool externalStart)
 {
-    QApplication::setWindowIcon(QIcon(QStringLiteral("://app_icon.ico")));
+    QApplication::setWindowIcon(AppIcon::icon());
     openLog();
 
     // Held until the process ends; the kernel drops it with the process.
-    const InstanceLock instanceLock(QStringLiteral("Tapwright"));
+    const InstanceLock instanceLock(kInstanceName);
     const bool instanceExists = instanceLock.alreadyExists();
 
     MainWindow window(nullptr, externalStart);
 
     if (instanceExists) {
+        // Whoever starts the program again is looking for the window that runs.
+        InstanceChannel::askToRaise(kInstanceName, kRaiseTimeoutMs);
         reportSecondInstance();
         QMessageBox::information(nullptr,
                                  QObject::tr("Tip"),
@@ -125,6 +156,9 @@ int runWindow(QApplication& app, bool externalStart)
         return -1;
     }
 
+    InstanceChannel channel;
+    channel.listen(kInstanceName);
+    QObject::connect(&channel, &InstanceChannel::raiseRequested, &window, &MainWindow::bringToFront);
     window.show();
     return app.exec();
 }
@@ -141,9 +175,13 @@ int main(int argc, char* argv[])
     // Headless runs, help and version need no display.
     const bool withoutWindow
         = hasArgument(argc, argv, { "--headless", "--help", "--help-all", "-h", "--version", "-v" });
+    if (!withoutWindow) {
+        prepareWindowSystem(argc, argv);
+    }
     std::unique_ptr<QCoreApplication> app(withoutWindow ? new QCoreApplication(argc, argv)
                                                         : new QApplication(argc, argv));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAPWRIGHT_VERSION));
+    nameTheProgram();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(

@@ -1,4 +1,5 @@
 #include "FakeCamera.h"
+#include "FakeSystemTray.h"
 #include "FileProbe.h"
 #include "MainWindow.h"
 #include "TCPSettingWidget.h"
@@ -102,13 +103,40 @@ private slots:
         QTRY_VERIFY(m_win->findChild<QMenu*>());
         const QList<QAction*> actions = m_win->findChild<QMenu*>()->actions();
         QCOMPARE(actions[0]->text() + actions[4]->text(), QString("最大化(&B)退出(&Q)"));
-        m_win->findChild<QCheckBox*>("checkBox_minimize")->setChecked(true);
-        actions[1]->trigger();
-        QVERIFY(m_win->isMinimized() && m_win->windowType() == Qt::Tool);
+    }
+
+    void minimisesToTheTrayOnlyWhenThereIsOne_data()
+    {
+        QTest::addColumn<QString>("tray");
+        QTest::newRow("none: minimised in the task bar") << "none";
+        QTest::newRow("there from the start") << "start";
+        QTest::newRow("coming after the icon") << "late";
+    }
+
+    void minimisesToTheTrayOnlyWhenThereIsOne()
+    {
+        QFETCH(QString, tray);
+        QScopedPointer<FakeSystemTray> panel(tray == "start" ? new FakeSystemTray : nullptr);
+        m_win.reset(new MainWindow(nullptr, false));
+        m_win->show();
+        QTRY_VERIFY(m_win->findChild<QMenu*>()); // the icon is up
+        if (tray == "late")
+            panel.reset(new FakeSystemTray);
+        if (panel)
+            QTRY_COMPARE(panel->dockRequests(), 1);
+        auto* box = m_win->findChild<QCheckBox*>("checkBox_minimize");
+        QTRY_COMPARE(box->toolTip().contains("no system tray"), !panel);
+        box->setChecked(true);
+        m_win->findChild<QMenu*>()->actions()[1]->trigger();
+        QVERIFY(m_win->isMinimized() && m_win->windowType() == (panel ? Qt::Tool : Qt::Window)); // tray, or task bar
         m_win->trayiconActivated(QSystemTrayIcon::Trigger);
         QVERIFY(!m_win->isMinimized() && m_win->windowType() == Qt::Window);
-        m_win->findChild<QCheckBox*>("checkBox_minimize")->setChecked(false);
-        QVERIFY(!actions[1]->isEnabled());
+        m_win->showMinimized();
+        panel.reset(); // the panel quits: a window in its tray comes back
+        QTRY_COMPARE(m_win->windowType(), Qt::Window);
+        QCOMPARE(m_win->isMinimized(), tray == "none");
+        box->setChecked(false);
+        QVERIFY(!m_win->findChild<QMenu*>()->actions()[1]->isEnabled());
     }
 
     void pageTypesIntoTheFocusedWidget_data()

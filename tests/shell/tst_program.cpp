@@ -1,13 +1,17 @@
 #include "FakeCamera.h"
+#include "FakeSystemTray.h"
 #include "FileProbe.h"
 #include "TestProgramDir.h"
 
 #include <QtTest>
 
-static QString xdotool(const QString& arguments)
+static const QString kShown = "search --all --onlyvisible --pid %1 --name ^Tapwright$";
+
+// Runs xdotool, or another X tool, and gives what it printed.
+static QString xtool(const QString& arguments, const QString& tool = "xdotool")
 {
     QProcess process;
-    process.start("xdotool", arguments.split(' '));
+    process.start(tool, arguments.split(' '));
     process.waitForFinished();
     return QString::fromLocal8Bit(process.readAllStandardOutput());
 }
@@ -26,6 +30,7 @@ private slots:
         QDir(path("Log")).removeRecursively(); // what a developer's own runs left
         QFile::remove(path("TCPconfig.json"));
         QVERIFY(QDir().mkpath(path("elsewhere")));
+        QVERIFY(QFile::link("../tapwright", path("elsewhere/tw"))); // a name of the user's own
     }
 
     // A row: TCPconfig.json ("-" for none; %DEV% is an open client device) | what stands in the way
@@ -67,7 +72,7 @@ private slots:
             QVERIFY(program.waitForFinished(15000) && program.exitCode() == 2);
             QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
         }
-        const QString window = start(program, "MainWindow");
+        const QString window = start(program, "^Tapwright$");
         QVERIFY(!window.isEmpty());
         QByteArrayList kept; // every frame of the burst
         if (cell[3] == "1") {
@@ -121,7 +126,8 @@ private slots:
         QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
 
         // A second instance with a window tells the user, one without tells its error output; both end.
-        QCOMPARE(QProcess::execute("xdotool", { "key", "--window", start(second, "Tip"), "Return" }), 0);
+        // Return is only pressed: the box closes at the press, before a release could reach it.
+        QProcess::execute("xdotool", { "keydown", "--window", start(second, "^Tip"), "Return" });
         start(third, QString());
         for (QProcess* refused : { &second, &third })
             QVERIFY(refused->waitForFinished(15000) && refused->exitCode() == 255
@@ -152,7 +158,7 @@ private slots:
             = "mount --bind \"$0\" \"$0\" && mount -o remount,bind,ro \"$0\" && exec \"$0\"/usr/bin/tapwright \"$@\"";
         const QStringList command { "unshare", "-r", "-m", "sh", "-c", mount, root.path() };
         QProcess program, headless;
-        const QString window = start(program, "MainWindow", command);
+        const QString window = start(program, "^Tapwright$", command);
         QTRY_COMPARE(camera.openCount(), 1);
         camera.send("[PKG-1]");
         QTRY_COMPARE(FileProbe::textFileContents(home.path()), QByteArrayList { "The package barcode info is :PKG-1" });
@@ -172,6 +178,30 @@ private slots:
                 && log.count("LOG FINALISED\n") == 2);
     }
 
+    // A second start brings the window that runs back from the tray, then says so and ends.
+    void secondStartBringsTheWindowBack()
+    {
+        FakeSystemTray panel;
+        QProcess first, second;
+        const QString window = start(first, "^Tapwright$");
+        // A utility window, with no task bar entry, while in the tray.
+        const auto type = [&first] {
+            const QString shown = xtool(kShown.arg(first.processId())).section('\n', 0, 0);
+            return xtool("-id " + shown + " _NET_WM_WINDOW_TYPE", "xprop");
+        };
+        QTRY_COMPARE(panel.dockRequests(), 1);
+        // "Minimal enable" at the bottom right, then the title bar's minimise button: into the tray.
+        xtool(QString("mousemove --window %1 --sync 790 679 click 1 mousemove --window %1 --sync 852 14 click 1")
+                  .arg(window));
+        QTRY_VERIFY(type().contains("UTILITY"));
+        QProcess::execute("xdotool", { "keydown", "--window", start(second, "^Tip"), "Return" });
+        QVERIFY(second.waitForFinished(15000) && second.exitCode() == 255
+                && second.readAllStandardError().contains("already running"));
+        QVERIFY(type().contains("NORMAL") && !type().contains("UTILITY"));
+        QVERIFY(QFile::exists(qEnvironmentVariable("XDG_CONFIG_HOME") + "/tapwright/language.ini"));
+        QVERIFY(endsWell(first, xtool(kShown.arg(first.processId())).section('\n', 0, 0)));
+    }
+
 private:
     QString path(const QString& relative) const { return m_dir->filePath(relative); }
     static QString logName() { return "log_Tapwright_" + QDate::currentDate().toString("yyyy_MM_dd") + ".txt"; }
@@ -180,14 +210,16 @@ private:
     QString start(QProcess& process, const QString& title, QStringList command = QStringList())
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove(title.isEmpty() ? "DISPLAY" : "");
+        environment.remove(title.isEmpty() ? "DISPLAY" : "QT_QPA_PLATFORM"); // left to a Wayland session
+        environment.insert("XDG_SESSION_TYPE", "wayland");
+        environment.insert("XDG_CURRENT_DESKTOP", "KDE");
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(path("elsewhere"));
-        command = (command.isEmpty() ? QStringList(path("tapwright")) : command)
+        command = (command.isEmpty() ? QStringList(path("elsewhere/tw")) : command)
             + (title.isEmpty() ? QStringList("--headless") : QStringList());
         process.start(command.takeFirst(), command);
-        const QString search = "search --sync --onlyvisible --pid %1 --name ^%2$";
-        return title.isEmpty() ? "" : xdotool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
+        const QString search = "search --sync --all --onlyvisible --pid %1 --name %2";
+        return title.isEmpty() ? "" : xtool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
     }
     bool endsWell(QProcess& process, const QString& window)
     {
