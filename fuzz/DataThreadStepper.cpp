@@ -24,9 +24,8 @@ void DataThreadStepper::feedChunk(const char* data, int len)
     const int count = len < DataThread::kChunkSize ? len : DataThread::kChunkSize;
     std::memcpy(chunk, data, size_t(count));
     m_thread.extractFrame(m_fileCarry, chunk, count, m_thread.m_fileDir);
-    if (m_typing) {
+    if (m_typing)
         m_thread.feedKeyStream(m_keyCarry, chunk, count);
-    }
 }
 
 void DataThreadStepper::silence()
@@ -39,7 +38,6 @@ void DataThreadStepper::silence()
         m_thread.flushFileCarry(m_fileCarry);
         m_fileCarry.clear();
     }
-    if (m_typing) {
+    if (m_typing)
         m_typing->finishTyping();
-    }
 }

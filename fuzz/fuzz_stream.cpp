@@ -2,7 +2,6 @@
 // in between, typing on or off. Checks what must hold whatever the camera sends.
 #include "DataThread.h"
 #include "DataThreadStepper.h"
-#include "FuzzInput.h"
 #include "Logger.h"
 #include "RecordingKeyInjector.h"
 
@@ -31,9 +30,8 @@ int checkAndRemoveFrameFiles()
     for (const QString& name : names) {
         QFile file(dir.filePath(name));
         const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        if (!content.startsWith(kPrefix) || content.contains('\r') || content.contains('\n')) {
+        if (!content.startsWith(kPrefix) || content.contains('\r') || content.contains('\n'))
             fail("frame file without its prefix or with a line break", content);
-        }
         file.remove();
     }
     return names.size();
@@ -44,9 +42,8 @@ void checkChord(const QString& event)
 {
     const QStringList parts = event.mid(5).split(", ");
     const int half = parts.size() / 2;
-    if (parts.size() % 2 != 0 || half < 1 || half > DataThread::kMostChordKeys) {
+    if (parts.size() % 2 != 0 || half < 1 || half > DataThread::kMostChordKeys)
         fail("chord of a wrong size", event);
-    }
     for (int k = 0; k < half; ++k) {
         const QString key = parts[k].section(' ', 0, 0);
         if (!parts[k].endsWith(" down") || parts[half + k] != key + " up"
@@ -92,13 +89,18 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 // (byte & 0x7F) + 1 bytes.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    FuzzInput input(data, size);
-    const uint8_t head = input.takeByte();
-    const QString start = QString::fromUtf8(input.takeBytes(1 + (head & 3)));
-    const QString end = QString::fromUtf8(input.takeBytes(1 + ((head >> 2) & 3)));
-    if (start.isEmpty() || end.isEmpty()) {
+    const QByteArray input = QByteArray::fromRawData(reinterpret_cast<const char*>(data), int(size));
+    const uint8_t head = size > 0 ? data[0] : 0;
+    int at = 1;
+    // Past the end every take comes back short or empty.
+    const auto take = [&input, &at](int count) {
+        at += count;
+        return input.mid(at - count, count);
+    };
+    const QString start = QString::fromUtf8(take(1 + (head & 3)));
+    const QString end = QString::fromUtf8(take(1 + ((head >> 2) & 3)));
+    if (start.isEmpty() || end.isEmpty())
         return 0;
-    }
     RecordingKeyInjector keys;
     DataThread thread;
     thread.setStartEndChar(start, end);
@@ -107,18 +109,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     int passes = 0;
     int fed = 0;
-    for (; !input.atEnd(); ++passes) {
-        const uint8_t step = input.takeByte();
+    for (; at < input.size(); ++passes) {
+        const uint8_t step = data[at++];
         if (step >= 0xF0) {
             // The held keys go out first; the carried frame waits for the next silence.
             const bool keysHeld = !stepper.keyCarry().isEmpty();
             stepper.silence();
-            if (!stepper.fileCarry().isEmpty() && !keysHeld) {
+            if (!stepper.fileCarry().isEmpty() && !keysHeld)
                 fail("silence kept the file carry", stepper.fileCarry());
-            }
             continue;
         }
-        const QByteArray chunk = input.takeBytes((step & 0x7F) + 1);
+        const QByteArray chunk = take((step & 0x7F) + 1);
         stepper.feedChunk(chunk.constData(), chunk.size());
         fed += chunk.size();
         if (stepper.fileCarry().size() > DataThread::kFileCarryLimit
@@ -129,13 +130,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     stepper.silence();
     ++passes;
     // At most one frame a pass; names that share a millisecond overwrite each other, never add.
-    if (checkAndRemoveFrameFiles() > passes) {
+    if (checkAndRemoveFrameFiles() > passes)
         fail("more frame files than passes", QString::number(passes));
-    }
     // A carried tail is typed again from its text, where a broken UTF-8 byte becomes a three-byte
     // replacement; beyond that, nothing may be typed twice or go on by itself.
-    if (checkEvents(keys.keyEvents()) > 3 * fed) {
+    if (checkEvents(keys.keyEvents()) > 3 * fed)
         fail("more characters typed than received", QString::number(fed));
-    }
     return 0;
 }

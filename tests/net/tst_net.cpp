@@ -20,9 +20,8 @@ QList<int> keepAlive(quint16 peerPort)
     for (int fd = 0; fd < 1024 && values.isEmpty(); ++fd) {
         sockaddr_in peer {};
         socklen_t size = sizeof peer;
-        if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || ntohs(peer.sin_port) != peerPort) {
+        if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || ntohs(peer.sin_port) != peerPort)
             continue;
-        }
         for (const int name : { SO_KEEPALIVE, TCP_KEEPIDLE, TCP_KEEPINTVL, TCP_KEEPCNT }) {
             int value = -1;
             size = sizeof value;
@@ -70,144 +69,133 @@ class tst_Net final : public QObject
 
 private slots:
     void init() { m_messages.clear(); }
-    void opens_data();
-    void opens();
-    void streamsUntilClosed_data();
-    void streamsUntilClosed();
+    void opens_data()
+    {
+        QTest::addColumn<bool>("server");
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<bool>("opens");
+        QTest::newRow("client, nobody listens") << false << "127.0.0.1:free" << false;
+        for (const QString& address : QString("127.0.0.1:0 127.0.0.1:65535").split(' '))
+            QTest::newRow(qPrintable(address)) << true << address << true;
+        const QString refused = ": 1.2.3:80 256.0.0.1:80 x:y 127.0.0.1: 127.0.0.1:65536 127.0.0.1:99999 127.0.0.1:80x "
+                                "127.0.0.1:-1 127.0.0.1:000000 127.0.0.1:taken";
+        for (const QString& address : refused.split(' '))
+            QTest::newRow(qPrintable(address)) << true << address << false;
+    }
+
+    void opens()
+    {
+        QFETCH(bool, server);
+        QFETCH(QString, address);
+        QFETCH(bool, opens);
+        FakeCamera occupant;
+        address.replace("taken", QString::number(occupant.listen()));
+        address.replace("free", QString::number(FakeCamera::freePort()));
+        const QString ip = address.section(':', 0, 0), port = address.section(':', 1);
+        NetTCPServer listener(nullptr);
+        NetTcpClient client(nullptr);
+        // As on the device page: messages from the library's threads arrive queued on this thread.
+        connect(&listener, &NetTCPServer::sendMsgSig, this, &tst_Net::note);
+        connect(&client, &NetTcpClient::sendMsgSig, this, &tst_Net::note);
+        QCOMPARE(server ? listener.close() : client.close(), server ? 0 : 1);
+        QCOMPARE(server ? listener.open(ip, port) : client.open(ip, port), opens ? 0 : 1);
+        QCOMPARE(server ? listener.send("x", 1) : client.send("x", 1), 1);
+        QCOMPARE(server ? listener.close() : client.close(), 0);
+        QCOMPARE(server ? listener.close() : client.close(), server ? 0 : 1);
+        const QString shut = "Shut down the server successfully!";
+        const QString opened = opens ? "Opening the server successfully!" : "Failed to open the server!";
+        const QStringList failed { "Failed to connect to the server.", "Disconnected server successfully!" };
+        QCOMPARE(m_messages, (server ? QStringList { shut, opened, shut, shut } : failed));
+    }
+
+    void streamsUntilClosed_data()
+    {
+        QTest::addColumn<bool>("server");
+        QTest::addColumn<QString>("how");
+        for (const char* how : { "close", "release", "finalize", "quiet" }) {
+            QTest::addRow("client %s", how) << false << QString(how);
+            QTest::addRow("server %s", how) << true << QString(how);
+        }
+    }
+
+    void streamsUntilClosed()
+    {
+        QFETCH(bool, server);
+        QFETCH(QString, how);
+        FakeCamera camera, next, intruders;
+        Recorder recorder;
+        auto client = std::make_unique<NetTcpClient>(nullptr);
+        auto listener = std::make_unique<NetTCPServer>(nullptr);
+        client->setDataCallback(&Recorder::record, &recorder);
+        listener->setDataCallback(&Recorder::record, &recorder);
+        connect(client.get(), &NetTcpClient::sendMsgSig, this, &tst_Net::note);
+        connect(listener.get(), &NetTCPServer::sendMsgSig, this, &tst_Net::note);
+        const quint16 port = server ? FakeCamera::freePort() : camera.listen();
+        const QString portText = QString::number(port);
+        QCOMPARE(server ? listener->open("127.0.0.1", portText) : client->open("127.0.0.1", portText), 0);
+        QVERIFY(!server || camera.connectToServer(port));
+        // Numbers with a zero byte behind each: a chunk out of place shows.
+        QByteArray flood;
+        for (int i = 0; flood.size() < 8192; ++i)
+            flood += QByteArray::number(i) + '\0';
+        camera.startFlood(flood);
+        next.startFlood(how == "quiet" ? QByteArray() : flood);
+        QTRY_VERIFY_WITH_TIMEOUT(recorder.bytes().size() > 100000, kWaitMs);
+        QCOMPARE(keepAlive(server ? camera.localPort() : port), (QList<int> { 1, 10, 5, 3 }));
+        // Cameras that knock while one streams are turned away.
+        for (int i = 0; server && i < 20; ++i)
+            QVERIFY(intruders.connectToServer(port));
+        QTRY_COMPARE_WITH_TIMEOUT(intruders.endedByPeerCount(), server ? 20 : 0, kWaitMs);
+        const QByteArray reply = flood.repeated(384);
+        const auto size = static_cast<std::uint32_t>(reply.size());
+        QCOMPARE(server ? listener->send(reply.constData(), size) : client->send(reply.constData(), size), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(camera.received() == reply, kWaitMs);
+        const QByteArray got = recorder.bytes();
+        QVERIFY(got == flood.repeated(got.size() / flood.size() + 1).left(got.size()));
+
+        // The camera goes away. A client waits for it to come back on its port; a server takes the next.
+        // A quiet one sends nothing more, so that only the close can end its connection.
+        camera.startFlood(how == "quiet" ? QByteArray() : flood);
+        camera.goOffline();
+        QTRY_COMPARE_WITH_TIMEOUT(m_messages.size(), 3, kWaitMs);
+        // Away for longer than the client's retry interval: a refused retry does not end the retrying.
+        QTest::qWait(server ? 0 : 1500);
+        QVERIFY(server ? next.connectToServer(port) : camera.listen(port) == port);
+        FakeCamera& back = server ? next : camera;
+        QTRY_COMPARE_WITH_TIMEOUT(m_messages.size(), 4, kWaitMs);
+        QCOMPARE(server ? listener->send("!", 1) : client->send("!", 1), 0);
+        // Opened; then connected, lost and connected again, each naming the camera.
+        const QString first = QString("127.0.0.1:%1").arg(server ? camera.localPort() : port);
+        const QString second = QString("127.0.0.1:%1").arg(server ? next.localPort() : port);
+        QVERIFY(m_messages[1].contains(first) && m_messages[2].contains(first) && m_messages[3].contains(second));
+
+        if (how == "finalize") {
+            Velko::Wirelet::finalize();
+            recorder.closed = true;
+            Velko::Wirelet::finalize();
+        }
+        if (how == "release") {
+            client.reset();
+            listener.reset();
+        } else {
+            QCOMPARE(client->close() + listener->close(), server ? 1 : 0);
+            QCOMPARE(client->send("x", 1) + listener->send("x", 1), 2);
+        }
+        recorder.closed = true;
+        QTRY_COMPARE_WITH_TIMEOUT(back.endedByPeerCount(), 1, kWaitMs);
+        QCOMPARE(recorder.faults.load(), 0);
+
+        // The port is free again at once; after finalize, opening starts the library again.
+        client = std::make_unique<NetTcpClient>(nullptr);
+        listener = std::make_unique<NetTCPServer>(nullptr);
+        QCOMPARE(server ? listener->open("127.0.0.1", portText) : client->open("127.0.0.1", portText), 0);
+    }
 
 private:
     void note(const QString& msg) { m_messages.append(msg); }
 
     QStringList m_messages;
 };
-
-void tst_Net::opens_data()
-{
-    QTest::addColumn<bool>("server");
-    QTest::addColumn<QString>("address");
-    QTest::addColumn<bool>("opens");
-    QTest::newRow("client, nobody listens") << false << "127.0.0.1:free" << false;
-    for (const QString& address : QString("127.0.0.1:0 127.0.0.1:65535").split(' ')) {
-        QTest::newRow(qPrintable(address)) << true << address << true;
-    }
-    const QString refused = ": 1.2.3:80 256.0.0.1:80 x:y 127.0.0.1: 127.0.0.1:65536 127.0.0.1:99999 127.0.0.1:80x "
-                            "127.0.0.1:-1 127.0.0.1:000000 127.0.0.1:taken";
-    for (const QString& address : refused.split(' ')) {
-        QTest::newRow(qPrintable(address)) << true << address << false;
-    }
-}
-
-void tst_Net::opens()
-{
-    QFETCH(bool, server);
-    QFETCH(QString, address);
-    QFETCH(bool, opens);
-    FakeCamera occupant;
-    address.replace("taken", QString::number(occupant.listen()));
-    address.replace("free", QString::number(FakeCamera::freePort()));
-    const QString ip = address.section(':', 0, 0);
-    const QString port = address.section(':', 1);
-    NetTCPServer listener(nullptr);
-    NetTcpClient client(nullptr);
-    // As on the device page: messages from the library's threads arrive queued on this thread.
-    connect(&listener, &NetTCPServer::sendMsgSig, this, &tst_Net::note);
-    connect(&client, &NetTcpClient::sendMsgSig, this, &tst_Net::note);
-    QCOMPARE(server ? listener.close() : client.close(), server ? 0 : 1);
-    QCOMPARE(server ? listener.open(ip, port) : client.open(ip, port), opens ? 0 : 1);
-    QCOMPARE(server ? listener.send("x", 1) : client.send("x", 1), 1);
-    QCOMPARE(server ? listener.close() : client.close(), 0);
-    QCOMPARE(server ? listener.close() : client.close(), server ? 0 : 1);
-    const QString shut = "Shut down the server successfully!";
-    const QString opened = opens ? "Opening the server successfully!" : "Failed to open the server!";
-    const QStringList failed { "Failed to connect to the server.", "Disconnected server successfully!" };
-    QCOMPARE(m_messages, (server ? QStringList { shut, opened, shut, shut } : failed));
-}
-
-void tst_Net::streamsUntilClosed_data()
-{
-    QTest::addColumn<bool>("server");
-    QTest::addColumn<QString>("how");
-    for (const char* how : { "close", "release", "finalize", "quiet" }) {
-        QTest::addRow("client %s", how) << false << QString(how);
-        QTest::addRow("server %s", how) << true << QString(how);
-    }
-}
-
-void tst_Net::streamsUntilClosed()
-{
-    QFETCH(bool, server);
-    QFETCH(QString, how);
-    FakeCamera camera, next, intruders;
-    Recorder recorder;
-    auto client = std::make_unique<NetTcpClient>(nullptr);
-    auto listener = std::make_unique<NetTCPServer>(nullptr);
-    client->setDataCallback(&Recorder::record, &recorder);
-    listener->setDataCallback(&Recorder::record, &recorder);
-    connect(client.get(), &NetTcpClient::sendMsgSig, this, &tst_Net::note);
-    connect(listener.get(), &NetTCPServer::sendMsgSig, this, &tst_Net::note);
-    const quint16 port = server ? FakeCamera::freePort() : camera.listen();
-    const QString portText = QString::number(port);
-    QCOMPARE(server ? listener->open("127.0.0.1", portText) : client->open("127.0.0.1", portText), 0);
-    QVERIFY(!server || camera.connectToServer(port));
-    // Numbers with a zero byte behind each: a chunk out of place shows.
-    QByteArray flood;
-    for (int i = 0; flood.size() < 8192; ++i) {
-        flood += QByteArray::number(i) + '\0';
-    }
-    camera.startFlood(flood);
-    next.startFlood(how == "quiet" ? QByteArray() : flood);
-    QTRY_VERIFY_WITH_TIMEOUT(recorder.bytes().size() > 100000, kWaitMs);
-    QCOMPARE(keepAlive(server ? camera.localPort() : port), (QList<int> { 1, 10, 5, 3 }));
-    // Cameras that knock while one streams are turned away.
-    for (int i = 0; server && i < 20; ++i) {
-        QVERIFY(intruders.connectToServer(port));
-    }
-    QTRY_COMPARE_WITH_TIMEOUT(intruders.endedByPeerCount(), server ? 20 : 0, kWaitMs);
-    const QByteArray reply = flood.repeated(384);
-    const auto size = static_cast<std::uint32_t>(reply.size());
-    QCOMPARE(server ? listener->send(reply.constData(), size) : client->send(reply.constData(), size), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(camera.received() == reply, kWaitMs);
-    const QByteArray got = recorder.bytes();
-    QVERIFY(got == flood.repeated(got.size() / flood.size() + 1).left(got.size()));
-
-    // The camera goes away. A client waits for it to come back on its port; a server takes the next.
-    // A quiet one sends nothing more, so that only the close can end its connection.
-    camera.startFlood(how == "quiet" ? QByteArray() : flood);
-    camera.stopListening();
-    camera.dropConnections();
-    QTRY_COMPARE_WITH_TIMEOUT(m_messages.size(), 3, kWaitMs);
-    // Away for longer than the client's retry interval: a refused retry does not end the retrying.
-    QTest::qWait(server ? 0 : 1500);
-    QVERIFY(server ? next.connectToServer(port) : camera.listen(port) == port);
-    FakeCamera& back = server ? next : camera;
-    QTRY_COMPARE_WITH_TIMEOUT(m_messages.size(), 4, kWaitMs);
-    QCOMPARE(server ? listener->send("!", 1) : client->send("!", 1), 0);
-    // Opened; then connected, lost and connected again, each naming the camera.
-    const QString first = QString("127.0.0.1:%1").arg(server ? camera.localPort() : port);
-    const QString second = QString("127.0.0.1:%1").arg(server ? next.localPort() : port);
-    QVERIFY(m_messages[1].contains(first) && m_messages[2].contains(first) && m_messages[3].contains(second));
-
-    if (how == "finalize") {
-        Velko::Wirelet::finalize();
-        recorder.closed = true;
-        Velko::Wirelet::finalize();
-    }
-    if (how == "release") {
-        client.reset();
-        listener.reset();
-    } else {
-        QCOMPARE(client->close() + listener->close(), server ? 1 : 0);
-        QCOMPARE(client->send("x", 1) + listener->send("x", 1), 2);
-    }
-    recorder.closed = true;
-    QTRY_COMPARE_WITH_TIMEOUT(back.endedByPeerCount(), 1, kWaitMs);
-    QCOMPARE(recorder.faults.load(), 0);
-
-    // The port is free again at once; after finalize, opening starts the library again.
-    client = std::make_unique<NetTcpClient>(nullptr);
-    listener = std::make_unique<NetTCPServer>(nullptr);
-    QCOMPARE(server ? listener->open("127.0.0.1", portText) : client->open("127.0.0.1", portText), 0);
-}
 
 QTEST_GUILESS_MAIN(tst_Net)
 #include "tst_net.moc"

@@ -14,33 +14,20 @@ qint64 logOffset = 0;
 
 } // namespace
 
-ScratchWorker::ScratchWorker(const QString& start, const QString& end)
-{
-    thread.setStartEndChar(start, end);
-    thread.setFileDir(m_dir.path());
-}
-
-ScratchWorker::~ScratchWorker()
-{
-    thread.stopThread();
-}
-
 bool ScratchWorker::push(const QByteArray& bytes)
 {
     thread.pushData(bytes.constData(), bytes.size());
     const QDeadlineTimer deadline(15000);
-    while (thread.pendingBytes() > 0 && !deadline.hasExpired()) {
+    while (thread.pendingBytes() > 0 && !deadline.hasExpired())
         QThread::msleep(1);
-    }
     return thread.pendingBytes() == 0;
 }
 
 QByteArrayList ScratchWorker::frames() const
 {
     QByteArrayList frames;
-    for (const QByteArray& content : FileProbe::textFileContents(m_dir.path())) {
+    for (const QByteArray& content : FileProbe::textFileContents(m_dir.path()))
         frames.append(content.startsWith(kPrefix) ? content.mid(kPrefix.size()) : content);
-    }
     return frames;
 }
 
@@ -58,9 +45,8 @@ QStringList ScratchWorker::logSince()
     QStringList messages;
     for (const QByteArray& line : added.split('\n')) {
         const int separator = line.indexOf(" - ");
-        if (separator >= 0) {
+        if (separator >= 0)
             messages << QString::fromUtf8(line.mid(separator + 3));
-        }
     }
     return messages;
 }

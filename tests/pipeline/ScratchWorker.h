@@ -10,8 +10,12 @@
 class ScratchWorker
 {
 public:
-    explicit ScratchWorker(const QString& start = "#", const QString& end = "$");
-    ~ScratchWorker();
+    explicit ScratchWorker(const QString& start = "#", const QString& end = "$")
+    {
+        thread.setStartEndChar(start, end);
+        thread.setFileDir(m_dir.path());
+    }
+    ~ScratchWorker() { thread.stopThread(); }
 
     // Pushes in one call and waits until the worker has taken every byte out, so the next push
     // lands in a chunk of its own.

@@ -18,8 +18,6 @@ QByteArray waitForFiles(int count)
     return "\x01" + QByteArray::number(count);
 }
 
-const QString kDataLine = "[INFO] The Tapwright outputs data:";
-
 QStringList typed(const QByteArray& bytes)
 {
     QStringList events;
@@ -54,380 +52,354 @@ class tst_pipeline final : public QObject
 
 private slots:
     void initTestCase() { QVERIFY(ScratchWorker::openLog()); }
-    void framesReachFiles_data();
-    void framesReachFiles();
-    void keptBurstsShareADirectory();
-    void pushKeepsToTheLimit_data();
-    void pushKeepsToTheLimit();
-    void stopAndRestartBeginAfresh();
-    void vanishedDirectoryRefusesFramesUntilBack();
-    void carryIsBounded_data();
-    void carryIsBounded();
-    void keptBufferIsBounded();
+    // Each stream runs through both modes: the frames as cut by the chunk, and every frame kept.
+    void framesReachFiles_data()
+    {
+        QTest::addColumn<bool>("keep");
+        QTest::addColumn<QString>("start");
+        QTest::addColumn<QString>("end");
+        QTest::addColumn<QByteArrayList>("steps");
+        QTest::addColumn<QByteArrayList>("frames");
 
-    void init();
+        const auto row = [](const char* name,
+                            QByteArrayList steps,
+                            QByteArrayList frames,
+                            std::optional<Frames> kept = {},
+                            QString start = "#",
+                            QString end = "$") {
+            QTest::addRow("%s", name) << false << start << end << steps << frames;
+            QTest::addRow("%s, kept", name) << true << start << end << steps << kept.value_or(frames);
+        };
+        const QByteArray forty(40, 'k'), k31(31, 'k'), padding(126, 'a');
+        row("one chunk", { "#ABC$" }, { "ABC" });
+        row("completed by the next chunk", { "#ABC$#DE", "F$" }, { "ABC", "DEF" });
+        row("text before the start", { "ZZ#AB", "D$" }, { "ABD" });
+        row("stray end", { "ABC$XY", "#D$" }, { "D" });
+        row("empty frame", { "#$", "#Z$" }, { "Z" });
+        row("behind an empty frame", { "#$#A$", waitForFiles(1), "#Z$" }, { "A", "Z" });
+        row("second start", { "##A$" }, { "#A" });
+        row("silence writes one carried frame",
+            { "#ABC$#DEF$#GHI$", waitForFiles(2), "#Z$" },
+            { "ABC", "DEF", "Z" },
+            Frames { "ABC", "DEF", "GHI", "Z" });
+        row("one frame a chunk", { "#ABC$#DEF$#GHI$", "x" }, { "ABC", "DEF", "GHI" });
+        row("long open start", { "pre#" + forty, "$" }, { forty });
+        // Kept, an open frame outlasts the silence.
+        row("long open start at the silence",
+            { "#X$#Y$#" + forty, waitForFiles(2), "$", "#Z$" },
+            { "X", "Y", "Z" },
+            Frames { "X", "Y", forty, "Z" });
+        row("carried behind the first end", { "x$y#" + forty, "$" }, { forty });
+        row("short start", { "zz#0123456789", "$" }, { "0123456789" });
+        // 32 characters from the start on are no longer short: the text from the first end on is carried,
+        // so the frame comes a pass later and the last of a burst is lost.
+        row("start 32 characters from the end",
+            { "x$y$z#" + k31, "$", "#B$#C$", waitForFiles(2), "#Z$" },
+            { k31, "B", "Z" },
+            Frames { k31, "B", "C", "Z" });
+        row("two-character markers", { "<<A>>", "<<Z>", ">" }, { "<A", "<Z" }, Frames { "A", "Z" }, "<<", ">>");
+        row("zero byte", { QByteArray("#A\0B$", 5), "C$" }, { "AC" }, Frames { QByteArray("A\0B", 3) });
+        row("UTF-8 cut by the chunk",
+            { "#" + padding + "\xC3", "\xA9$" },
+            { padding + "\xEF\xBF\xBD\xEF\xBF\xBD" },
+            Frames { padding + "\xC3\xA9" });
+        row("multi-byte characters", { "#\xE4\xB8\xAD\xC3\xA9$" }, { "\xE4\xB8\xAD\xC3\xA9" });
+        row("line ends", { "#A\r\nB\rC\nD$", "#\r\n$" }, { "ABCD", "" });
+        row("equal start and end", { "#A#", "#B##C#" }, {}, Frames { "A", "B", "C" }, "#", "#");
+    }
+
+    void framesReachFiles()
+    {
+        QFETCH(bool, keep);
+        QFETCH(QString, start);
+        QFETCH(QString, end);
+        QFETCH(QByteArrayList, steps);
+        QFETCH(QByteArrayList, frames);
+
+        ScratchWorker worker(start, end);
+        worker.thread.setKeepEveryFrame(keep);
+        QVERIFY(worker.thread.startThread());
+        for (const QByteArray& step : steps) {
+            if (step.startsWith('\x01')) {
+                QTRY_VERIFY_WITH_TIMEOUT(worker.frames().size() >= step.mid(1).toInt(), kWaitMs);
+            } else {
+                QVERIFY(worker.push(step));
+            }
+        }
+        if (frames.isEmpty()) {
+            QTest::qWait(300); // past the silence: nothing may come late
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), frames, kWaitMs);
+    }
+
+    // Kept: a burst in one read and the same cut into single bytes, from two workers into one directory.
+    // The second worker is stopped at once: what it received is still written.
+    void keptBurstsShareADirectory()
+    {
+        ScratchWorker first, second;
+        QByteArrayList sent[2];
+        QByteArray bursts[2];
+        for (int i = 0; i < 1000; ++i) {
+            for (const int w : { 0, 1 }) {
+                sent[w] << QByteArray::number(w * 100000 + i).rightJustified(13, '0');
+                bursts[w] += "#" + sent[w].last() + "$";
+            }
+        }
+        second.thread.setFileDir(first.dir());
+        for (ScratchWorker* worker : { &first, &second }) {
+            worker->thread.setKeepEveryFrame(true);
+            QVERIFY(worker->thread.startThread());
+        }
+        second.thread.pushData(bursts[1].constData(), bursts[1].size());
+        QVERIFY(second.thread.stopThread());
+        for (const char byte : bursts[0])
+            first.thread.pushData(&byte, 1);
+        QTRY_COMPARE_WITH_TIMEOUT(first.frames().size(), 2000, kWaitMs);
+        QByteArrayList of[2]; // each worker's frames in the order they were sent
+        for (const QByteArray& frame : first.frames())
+            of[frame.startsWith("00000001")] << frame;
+        QCOMPARE(of[0] + of[1], sent[0] + sent[1]);
+        QVERIFY(QDir(first.dir()).entryList(QDir::Files | QDir::Hidden).filter(".part").isEmpty());
+    }
+
+    void pushKeepsToTheLimit_data()
+    {
+        QTest::addColumn<QList<int>>("pushes");
+        QTest::addColumn<int>("kept");
+        QTest::newRow("small") << QList<int> { 100 } << 100;
+        QTest::newRow("exactly the limit") << QList<int> { 4096 } << 4096;
+        QTest::newRow("above the limit") << QList<int> { 5000 } << 4096;
+        QTest::newRow("second push cut") << QList<int> { 3000, 3000 } << 4096;
+        QTest::newRow("into a full buffer") << QList<int> { 4096, 10 } << 4096;
+        QTest::newRow("empty and negative") << QList<int> { 0, -5, 7 } << 7;
+    }
+
+    void pushKeepsToTheLimit()
+    {
+        QFETCH(QList<int>, pushes);
+        QFETCH(int, kept);
+        DataThread thread;
+        const QByteArray bytes(8192, 'b');
+        for (int len : pushes)
+            thread.pushData(bytes.constData(), len);
+        QCOMPARE(thread.pendingBytes(), kept);
+        QVERIFY(thread.stopThread()); // a worker never started keeps what it holds
+        QCOMPARE(thread.pendingBytes(), kept);
+    }
+
+    void stopAndRestartBeginAfresh()
+    {
+        ScratchWorker worker;
+        QVERIFY(worker.thread.startThread());
+        QVERIFY(worker.push("#carried"));
+        const QByteArray noise(DataThread::kBufferLimit, 'n');
+        worker.thread.pushData(noise.constData(), noise.size());
+        QVERIFY(worker.thread.stopThread());
+        QVERIFY(worker.thread.isFinished());
+        QCOMPARE(worker.thread.pendingBytes(), 0);
+
+        worker.thread.pushData("#stale$", 7);
+        QVERIFY(worker.thread.startThread()); // drops what came while stopped, or "stale" is written
+        // Without the carried start this end closes nothing.
+        QVERIFY(worker.push("tail$"));
+        QVERIFY(worker.push("#fresh$"));
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "fresh" }, kWaitMs);
+    }
+
+    void vanishedDirectoryRefusesFramesUntilBack()
+    {
+        ScratchWorker worker;
+        QVERIFY(worker.thread.startThread());
+        ScratchWorker::logSince();
+        QVERIFY(QDir(worker.dir()).removeRecursively());
+        QVERIFY(worker.push("#lost$"));
+        QStringList lines; // gathered: the macro asks again once it holds
+        QTRY_VERIFY_WITH_TIMEOUT(!(lines += ScratchWorker::logSince()).filter("Could not open file").isEmpty(),
+                                 kWaitMs);
+        QVERIFY(!QFileInfo::exists(worker.dir()) && QDir().mkpath(worker.dir()));
+        QVERIFY(worker.push("#back$"));
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "back" }, kWaitMs);
+    }
+
+    void carryIsBounded_data()
+    {
+        QTest::addColumn<QByteArray>("stream");
+        QTest::addColumn<QString>("dropped");
+        QTest::addColumn<int>("frameSize");
+        QTest::newRow("unfinished frame")
+            << "#" + QByteArray(DataThread::kFileCarryLimit + 4096, 'x') + "$"
+            << "characters of an unfinished frame: no end text within 65536 characters" << 0;
+        // One frame a pass leaves the rest of each chunk behind it.
+        QTest::newRow("backlog of frames")
+            << QByteArray("#0123456789abcd$").repeated(5000)
+            << "characters holding (\\d+) complete frames: the carried text passed 65536 "
+               "characters"
+            << 16;
+    }
+
+    void carryIsBounded()
+    {
+        QFETCH(QByteArray, stream);
+        QFETCH(QString, dropped);
+        QFETCH(int, frameSize);
+        ScratchWorker worker;
+        QVERIFY(worker.thread.startThread());
+        ScratchWorker::logSince();
+        // Fed fast enough that no silence flush comes between.
+        for (int offset = 0; offset < stream.size(); offset += 1024) {
+            QTRY_VERIFY(worker.thread.pendingBytes() <= DataThread::kBufferLimit - 1024);
+            worker.thread.pushData(stream.constData() + offset, std::min(1024, int(stream.size()) - offset));
+        }
+        QStringList lines;
+        QTRY_VERIFY_WITH_TIMEOUT(!(lines += ScratchWorker::logSince()).isEmpty(), kWaitMs);
+        QCOMPARE(lines.size(), 1);
+        const QRegularExpressionMatch match
+            = QRegularExpression(R"(^\[INFO\] Dropped (\d+) )" + dropped + "\\.$").match(lines.first());
+        QVERIFY2(match.hasMatch(), qPrintable(lines.first()));
+        QVERIFY(match.captured(1).toInt() > DataThread::kFileCarryLimit);
+        QVERIFY(match.captured(1).toInt() <= DataThread::kFileCarryLimit + DataThread::kChunkSize);
+        QCOMPARE(match.captured(2).toInt(), frameSize ? match.captured(1).toInt() / frameSize : 0);
+    }
+
+    void keptBufferIsBounded()
+    {
+        ScratchWorker worker;
+        worker.thread.setKeepEveryFrame(true);
+        QVERIFY(worker.thread.startThread());
+        ScratchWorker::logSince();
+        const QByteArray flood = "#A$" + QByteArray(DataThread::kKeepingBufferLimit + 1000, 'x');
+        worker.thread.pushData(flood.constData(), flood.size());
+        QTRY_COMPARE_WITH_TIMEOUT(worker.thread.pendingBytes(), 0, kWaitMs);
+        QVERIFY(worker.push("#B$"));
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
+        QCOMPARE(ScratchWorker::logSince(),
+                 QStringList { "[INFO] Dropped 1003 received bytes: more than 16777216 bytes waited for the worker." });
+    }
+
+    void init()
+    {
+        m_keys = std::make_unique<RecordingKeyInjector>();
+        m_worker = std::make_unique<ScratchWorker>();
+        ScratchWorker::logSince();
+    }
+
     void cleanup() { m_worker.reset(); } // the worker goes before the injector it types through
-    void typesStreamAsKeys_data();
-    void typesStreamAsKeys();
-    void outputSpeedSetsPause_data();
-    void outputSpeedSetsPause();
-    void refusedInjectorDoesNotHoldUpStop();
-    void missingDisplayIsLoggedOncePerStart();
+    void typesStreamAsKeys_data()
+    {
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<QStringList>("expected");
+        QTest::addColumn<QStringList>("logged");
+
+        const auto row =
+            [](const char* name, const QByteArray& input, const QStringList& expected, const QStringList& logged = {}) {
+                QTest::newRow(name) << input << expected << logged;
+            };
+        const QString tab = chord({ 9 }), ctrl = chord({ 17 });
+        row("plain text", "AB", typed("AB"), { "AB" });
+        row("chord", " < VK_CTRL +  VK_TAB >y", typed(" ") << chord({ 17, 9 }) << typed("y"));
+        QStringList everyName;
+        for (const int key : { 18, 16, 17, 37, 39, 40, 38, 9 })
+            everyName << chord({ key });
+        row("every name", "<VK_ALT><VK_SHIFT><VK_CTRL><VK_LEFT><VK_RIGHT><VK_DOWN><VK_UP><VK_TAB>", everyName);
+        row("six names press five",
+            "<VK_ALT+VK_SHIFT+VK_CTRL+VK_LEFT+VK_RIGHT+VK_DOWN>",
+            { chord({ 18, 16, 17, 37, 39 }) });
+        for (const char* text : { "<VK_ALT+VK_F1>", "<VK_F1+VK_TAB>", "<vk_ctrl>", "<>", "<VK_CTRL+>" })
+            row(text, text, typed(text));
+        row("each bracket tried", "<<VK_TAB>", typed("<") << tab);
+        row("CR taps, LF types", "a\r\nb", typed("a") << "tap 13" << typed("\nb"));
+        row("zero byte", QByteArray("ab\0\xE9", 4), typed(QByteArray("ab\0\xE9", 4)), { "ab" });
+        const QByteArray cut = fullChunk("abc<VK_CT");
+        row("chord cut by the chunk", cut + "RL>", typed(cut.chopped(6)) << ctrl, { cut, "<VK_CTRL>" });
+        const QByteArray held = fullChunk("<VK_TAB" + QByteArray(24, ' '));
+        row("31 characters held", held + ">", typed(held.chopped(31)) << tab, { held, held.right(31) + ">" });
+        const QByteArray long32 = fullChunk("<VK_TAB" + QByteArray(25, ' '));
+        row("32 characters typed", long32 + ">", typed(long32 + ">"), { long32, ">" });
+        const QByteArray closed = fullChunk("x>y<VK_CT");
+        row("'>' before the last '<'", closed + "RL>", typed(closed.chopped(6)) << ctrl, { closed, "<VK_CTRL>" });
+        row("held tail at the silence", cut, typed(cut), { cut, "<VK_CT" });
+        row("frames while typing", "#ABC$<VK_TAB>#DEF$", typed("#ABC$") << tab << typed("#DEF$"));
+    }
+
+    void typesStreamAsKeys()
+    {
+        QFETCH(QByteArray, input);
+        QFETCH(QStringList, expected);
+        QFETCH(QStringList, logged);
+
+        startTyping(input, m_keys.get());
+        QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
+        QCOMPARE(m_keys->keyEvents(), expected);
+        // The held tail goes out in the same quiet spell that ends the typing.
+        QCOMPARE(m_keys->events().count("finish"), 1);
+        const QStringList lines = ScratchWorker::logSince().filter("[INFO] The Tapwright outputs data:");
+        if (!logged.isEmpty())
+            QCOMPARE(lines, logged.replaceInStrings(QRegularExpression("^"), "[INFO] The Tapwright outputs data:"));
+        const QByteArrayList frames = input.contains('#') ? QByteArrayList { "ABC", "DEF" } : QByteArrayList();
+        QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames(), frames, kWaitMs);
+    }
+
+    void outputSpeedSetsPause_data()
+    {
+        QTest::addColumn<int>("speed");
+        QTest::addColumn<QString>("pause");
+        QTest::newRow("never set") << -99 << "pause 0";
+        for (int speed = -1; speed <= 5; ++speed)
+            QTest::addRow("%d", speed) << speed << QString("pause %1").arg(speed >= 0 && speed <= 4 ? 5 - speed : 5);
+    }
+
+    void outputSpeedSetsPause()
+    {
+        QFETCH(int, speed);
+        QFETCH(QString, pause);
+        if (speed != -99)
+            m_worker->thread.setOutputSpeed(speed);
+        startTyping("z<VK_TAB>\r", m_keys.get());
+        QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
+        QCOMPARE(m_keys->events().join('|'),
+                 (typed("z") + QStringList { pause, chord({ 9 }), pause, "tap 13", pause, "finish" }).join('|'));
+    }
+
+    void refusedInjectorDoesNotHoldUpStop()
+    {
+        m_keys->refusing = true;
+        startTyping("a<VK_TAB>", m_keys.get());
+        QTRY_VERIFY_WITH_TIMEOUT(m_keys->refusedAttempts > 100, kWaitMs);
+        QVERIFY(m_worker->thread.stopThread());
+        QVERIFY(m_worker->thread.isFinished());
+        QVERIFY(m_keys->keyEvents().isEmpty());
+    }
+
+    void missingDisplayIsLoggedOncePerStart()
+    {
+        QVERIFY(qEnvironmentVariableIsEmpty("DISPLAY"));
+        const QStringList notice { "[INFO] Key output is off: no X display to type into." };
+        RecordingKeyInjector unavailable;
+        unavailable.available = false;
+        for (KeyInjector* injector : QVector<KeyInjector*> { nullptr, nullptr, &unavailable }) {
+            const int files = m_worker->frames().size();
+            startTyping("#run$", injector);
+            QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames().size(), files + 1, kWaitMs);
+            QVERIFY(m_worker->thread.stopThread());
+            QCOMPARE(ScratchWorker::logSince(), notice);
+        }
+        QVERIFY(unavailable.events().isEmpty());
+    }
 
 private:
-    void startTyping(const QByteArray& input, KeyInjector* injector);
+    void startTyping(const QByteArray& input, KeyInjector* injector)
+    {
+        m_worker->thread.setKeyInjector(injector);
+        m_worker->thread.setKeyOutput(true);
+        QVERIFY(m_worker->thread.startThread());
+        m_worker->thread.pushData(input.constData(), input.size());
+    }
+
     bool typingSettled() const { return !m_keys->keyEvents().isEmpty() && m_keys->events().endsWith("finish"); }
 
     std::unique_ptr<ScratchWorker> m_worker;
     std::unique_ptr<RecordingKeyInjector> m_keys;
 };
-
-// Each stream runs through both modes: the frames as cut by the chunk, and every frame kept.
-void tst_pipeline::framesReachFiles_data()
-{
-    QTest::addColumn<bool>("keep");
-    QTest::addColumn<QString>("start");
-    QTest::addColumn<QString>("end");
-    QTest::addColumn<QByteArrayList>("steps");
-    QTest::addColumn<QByteArrayList>("frames");
-
-    const auto row = [](const char* name,
-                        QByteArrayList steps,
-                        QByteArrayList frames,
-                        std::optional<Frames> kept = {},
-                        QString start = "#",
-                        QString end = "$") {
-        QTest::addRow("%s", name) << false << start << end << steps << frames;
-        QTest::addRow("%s, kept", name) << true << start << end << steps << kept.value_or(frames);
-    };
-    const QByteArray forty(40, 'k'), padding(126, 'a');
-    const QByteArray k31(31, 'k');
-    row("one chunk", { "#ABC$" }, { "ABC" });
-    row("completed by the next chunk", { "#ABC$#DE", "F$" }, { "ABC", "DEF" });
-    row("text before the start", { "ZZ#AB", "D$" }, { "ABD" });
-    row("stray end", { "ABC$XY", "#D$" }, { "D" });
-    row("empty frame", { "#$", "#Z$" }, { "Z" });
-    row("behind an empty frame", { "#$#A$", waitForFiles(1), "#Z$" }, { "A", "Z" });
-    row("second start", { "##A$" }, { "#A" });
-    row("silence writes one carried frame",
-        { "#ABC$#DEF$#GHI$", waitForFiles(2), "#Z$" },
-        { "ABC", "DEF", "Z" },
-        Frames { "ABC", "DEF", "GHI", "Z" });
-    row("one frame a chunk", { "#ABC$#DEF$#GHI$", "x" }, { "ABC", "DEF", "GHI" });
-    row("long open start", { "pre#" + forty, "$" }, { forty });
-    // Kept, an open frame outlasts the silence.
-    row("long open start at the silence",
-        { "#X$#Y$#" + forty, waitForFiles(2), "$", "#Z$" },
-        { "X", "Y", "Z" },
-        Frames { "X", "Y", forty, "Z" });
-    row("carried behind the first end", { "x$y#" + forty, "$" }, { forty });
-    row("short start", { "zz#0123456789", "$" }, { "0123456789" });
-    // 32 characters from the start on are no longer short: the text from the first end on is carried,
-    // so the frame comes a pass later and the last of a burst is lost.
-    row("start 32 characters from the end",
-        { "x$y$z#" + k31, "$", "#B$#C$", waitForFiles(2), "#Z$" },
-        { k31, "B", "Z" },
-        Frames { k31, "B", "C", "Z" });
-    row("two-character markers", { "<<A>>", "<<Z>", ">" }, { "<A", "<Z" }, Frames { "A", "Z" }, "<<", ">>");
-    row("zero byte", { QByteArray("#A\0B$", 5), "C$" }, { "AC" }, Frames { QByteArray("A\0B", 3) });
-    row("UTF-8 cut by the chunk",
-        { "#" + padding + "\xC3", "\xA9$" },
-        { padding + "\xEF\xBF\xBD\xEF\xBF\xBD" },
-        Frames { padding + "\xC3\xA9" });
-    row("multi-byte characters", { "#\xE4\xB8\xAD\xC3\xA9$" }, { "\xE4\xB8\xAD\xC3\xA9" });
-    row("line ends", { "#A\r\nB\rC\nD$", "#\r\n$" }, { "ABCD", "" });
-    row("equal start and end", { "#A#", "#B##C#" }, {}, Frames { "A", "B", "C" }, "#", "#");
-}
-
-void tst_pipeline::framesReachFiles()
-{
-    QFETCH(bool, keep);
-    QFETCH(QString, start);
-    QFETCH(QString, end);
-    QFETCH(QByteArrayList, steps);
-    QFETCH(QByteArrayList, frames);
-
-    ScratchWorker worker(start, end);
-    worker.thread.setKeepEveryFrame(keep);
-    QVERIFY(worker.thread.startThread());
-    for (const QByteArray& step : steps) {
-        if (step.startsWith('\x01')) {
-            QTRY_VERIFY_WITH_TIMEOUT(worker.frames().size() >= step.mid(1).toInt(), kWaitMs);
-        } else {
-            QVERIFY(worker.push(step));
-        }
-    }
-    if (frames.isEmpty()) {
-        QTest::qWait(300); // past the silence: nothing may come late
-    }
-    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), frames, kWaitMs);
-}
-
-// Kept: a burst in one read and the same cut into single bytes, from two workers into one directory.
-// The second worker is stopped at once: what it received is still written.
-void tst_pipeline::keptBurstsShareADirectory()
-{
-    ScratchWorker first, second;
-    QByteArrayList sent[2];
-    QByteArray bursts[2];
-    for (int i = 0; i < 1000; ++i) {
-        for (const int w : { 0, 1 }) {
-            sent[w] << QByteArray::number(w * 100000 + i).rightJustified(13, '0');
-            bursts[w] += "#" + sent[w].last() + "$";
-        }
-    }
-    second.thread.setFileDir(first.dir());
-    for (ScratchWorker* worker : { &first, &second }) {
-        worker->thread.setKeepEveryFrame(true);
-        QVERIFY(worker->thread.startThread());
-    }
-    second.thread.pushData(bursts[1].constData(), bursts[1].size());
-    QVERIFY(second.thread.stopThread());
-    for (const char byte : bursts[0])
-        first.thread.pushData(&byte, 1);
-    QTRY_COMPARE_WITH_TIMEOUT(first.frames().size(), 2000, kWaitMs);
-    QByteArrayList ofFirst, ofSecond;
-    for (const QByteArray& frame : first.frames())
-        (frame.startsWith("00000000") ? ofFirst : ofSecond) << frame;
-    QCOMPARE(ofFirst, sent[0]);
-    QCOMPARE(ofSecond, sent[1]);
-    QVERIFY(QDir(first.dir()).entryList(QDir::Files | QDir::Hidden).filter(".part").isEmpty());
-}
-
-void tst_pipeline::pushKeepsToTheLimit_data()
-{
-    QTest::addColumn<QList<int>>("pushes");
-    QTest::addColumn<int>("kept");
-    QTest::newRow("small") << QList<int> { 100 } << 100;
-    QTest::newRow("exactly the limit") << QList<int> { 4096 } << 4096;
-    QTest::newRow("above the limit") << QList<int> { 5000 } << 4096;
-    QTest::newRow("second push cut") << QList<int> { 3000, 3000 } << 4096;
-    QTest::newRow("into a full buffer") << QList<int> { 4096, 10 } << 4096;
-    QTest::newRow("empty and negative") << QList<int> { 0, -5, 7 } << 7;
-}
-
-void tst_pipeline::pushKeepsToTheLimit()
-{
-    QFETCH(QList<int>, pushes);
-    QFETCH(int, kept);
-    DataThread thread;
-    const QByteArray bytes(8192, 'b');
-    for (int len : pushes) {
-        thread.pushData(bytes.constData(), len);
-    }
-    QCOMPARE(thread.pendingBytes(), kept);
-    QVERIFY(thread.stopThread()); // a worker never started keeps what it holds
-    QCOMPARE(thread.pendingBytes(), kept);
-}
-
-void tst_pipeline::stopAndRestartBeginAfresh()
-{
-    ScratchWorker worker;
-    QVERIFY(worker.thread.startThread());
-    QVERIFY(worker.push("#carried"));
-    const QByteArray noise(DataThread::kBufferLimit, 'n');
-    worker.thread.pushData(noise.constData(), noise.size());
-    QVERIFY(worker.thread.stopThread());
-    QVERIFY(worker.thread.isFinished());
-    QCOMPARE(worker.thread.pendingBytes(), 0);
-
-    worker.thread.pushData("#stale$", 7);
-    QVERIFY(worker.thread.startThread());
-    QCOMPARE(worker.thread.pendingBytes(), 0);
-    // Without the carried start this end closes nothing.
-    QVERIFY(worker.push("tail$"));
-    QVERIFY(worker.push("#fresh$"));
-    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "fresh" }, kWaitMs);
-}
-
-void tst_pipeline::vanishedDirectoryRefusesFramesUntilBack()
-{
-    ScratchWorker worker;
-    QVERIFY(worker.thread.startThread());
-    ScratchWorker::logSince();
-    QVERIFY(QDir(worker.dir()).removeRecursively());
-    QVERIFY(worker.push("#lost$"));
-    QStringList lines; // gathered: the macro asks again once it holds
-    QTRY_VERIFY_WITH_TIMEOUT(!(lines += ScratchWorker::logSince()).filter("Could not open file").isEmpty(), kWaitMs);
-    QVERIFY(!QFileInfo::exists(worker.dir()) && QDir().mkpath(worker.dir()));
-    QVERIFY(worker.push("#back$"));
-    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "back" }, kWaitMs);
-}
-
-void tst_pipeline::carryIsBounded_data()
-{
-    QTest::addColumn<QByteArray>("stream");
-    QTest::addColumn<QString>("dropped");
-    QTest::addColumn<int>("frameSize");
-    QTest::newRow("unfinished frame") << "#" + QByteArray(DataThread::kFileCarryLimit + 4096, 'x') + "$"
-                                      << "characters of an unfinished frame: no end text within 65536 characters" << 0;
-    // One frame a pass leaves the rest of each chunk behind it.
-    QTest::newRow("backlog of frames") << QByteArray("#0123456789abcd$").repeated(5000)
-                                       << "characters holding (\\d+) complete frames: the carried text passed 65536 "
-                                          "characters"
-                                       << 16;
-}
-
-void tst_pipeline::carryIsBounded()
-{
-    QFETCH(QByteArray, stream);
-    QFETCH(QString, dropped);
-    QFETCH(int, frameSize);
-    ScratchWorker worker;
-    QVERIFY(worker.thread.startThread());
-    ScratchWorker::logSince();
-    // Fed fast enough that no silence flush comes between.
-    for (int offset = 0; offset < stream.size(); offset += 1024) {
-        QTRY_VERIFY(worker.thread.pendingBytes() <= DataThread::kBufferLimit - 1024);
-        worker.thread.pushData(stream.constData() + offset, std::min(1024, int(stream.size()) - offset));
-    }
-    QStringList lines;
-    QTRY_VERIFY_WITH_TIMEOUT(!(lines += ScratchWorker::logSince()).isEmpty(), kWaitMs);
-    QCOMPARE(lines.size(), 1);
-    const QRegularExpressionMatch match
-        = QRegularExpression(R"(^\[INFO\] Dropped (\d+) )" + dropped + "\\.$").match(lines.first());
-    QVERIFY2(match.hasMatch(), qPrintable(lines.first()));
-    QVERIFY(match.captured(1).toInt() > DataThread::kFileCarryLimit);
-    QVERIFY(match.captured(1).toInt() <= DataThread::kFileCarryLimit + DataThread::kChunkSize);
-    QCOMPARE(match.captured(2).toInt(), frameSize ? match.captured(1).toInt() / frameSize : 0);
-}
-
-void tst_pipeline::keptBufferIsBounded()
-{
-    ScratchWorker worker;
-    worker.thread.setKeepEveryFrame(true);
-    QVERIFY(worker.thread.startThread());
-    ScratchWorker::logSince();
-    const QByteArray flood = "#A$" + QByteArray(DataThread::kKeepingBufferLimit + 1000, 'x');
-    worker.thread.pushData(flood.constData(), flood.size());
-    QTRY_COMPARE_WITH_TIMEOUT(worker.thread.pendingBytes(), 0, kWaitMs);
-    QVERIFY(worker.push("#B$"));
-    QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
-    QCOMPARE(ScratchWorker::logSince(),
-             QStringList { "[INFO] Dropped 1003 received bytes: more than 16777216 bytes waited for the worker." });
-}
-
-void tst_pipeline::init()
-{
-    m_keys = std::make_unique<RecordingKeyInjector>();
-    m_worker = std::make_unique<ScratchWorker>();
-    ScratchWorker::logSince();
-}
-
-void tst_pipeline::startTyping(const QByteArray& input, KeyInjector* injector)
-{
-    m_worker->thread.setKeyInjector(injector);
-    m_worker->thread.setKeyOutput(true);
-    QVERIFY(m_worker->thread.startThread());
-    m_worker->thread.pushData(input.constData(), input.size());
-}
-
-void tst_pipeline::typesStreamAsKeys_data()
-{
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<QStringList>("expected");
-    QTest::addColumn<QStringList>("logged");
-
-    const auto row
-        = [](const char* name, const QByteArray& input, const QStringList& expected, const QStringList& logged = {}) {
-              QTest::newRow(name) << input << expected << logged;
-          };
-    const auto tab = chord({ 9 });
-    row("plain text", "AB", typed("AB"), { "AB" });
-    row("chord", " < VK_CTRL +  VK_TAB >y", typed(" ") << chord({ 17, 9 }) << typed("y"));
-    QStringList everyName;
-    for (const int key : { 18, 16, 17, 37, 39, 40, 38, 9 })
-        everyName << chord({ key });
-    row("every name", "<VK_ALT><VK_SHIFT><VK_CTRL><VK_LEFT><VK_RIGHT><VK_DOWN><VK_UP><VK_TAB>", everyName);
-    row("six names press five",
-        "<VK_ALT+VK_SHIFT+VK_CTRL+VK_LEFT+VK_RIGHT+VK_DOWN>",
-        { chord({ 18, 16, 17, 37, 39 }) });
-    for (const char* text : { "<VK_ALT+VK_F1>", "<VK_F1+VK_TAB>", "<vk_ctrl>", "<>", "<VK_CTRL+>" }) {
-        row(text, text, typed(text));
-    }
-    row("each bracket tried", "<<VK_TAB>", typed("<") << tab);
-    row("CR taps, LF types", "a\r\nb", typed("a") << "tap 13" << typed("\nb"));
-    row("zero byte", QByteArray("ab\0\xE9", 4), typed(QByteArray("ab\0\xE9", 4)), { "ab" });
-    const QByteArray cut = fullChunk("abc<VK_CT");
-    row("chord cut by the chunk", cut + "RL>", typed(cut.chopped(6)) << chord({ 17 }), { cut, "<VK_CTRL>" });
-    const QByteArray held = fullChunk("<VK_TAB" + QByteArray(24, ' '));
-    row("31 characters held", held + ">", typed(held.chopped(31)) << tab, { held, "<VK_TAB" + QString(24, ' ') + ">" });
-    const QByteArray long32 = fullChunk("<VK_TAB" + QByteArray(25, ' '));
-    row("32 characters typed", long32 + ">", typed(long32 + ">"), { long32, ">" });
-    const QByteArray closed = fullChunk("x>y<VK_CT");
-    row("'>' before the last '<'", closed + "RL>", typed(closed.chopped(6)) << chord({ 17 }), { closed, "<VK_CTRL>" });
-    row("held tail at the silence", cut, typed(cut), { cut, "<VK_CT" });
-    row("frames while typing", "#ABC$<VK_TAB>#DEF$", typed("#ABC$") << tab << typed("#DEF$"));
-}
-
-void tst_pipeline::typesStreamAsKeys()
-{
-    QFETCH(QByteArray, input);
-    QFETCH(QStringList, expected);
-    QFETCH(QStringList, logged);
-
-    startTyping(input, m_keys.get());
-    QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
-    QCOMPARE(m_keys->keyEvents(), expected);
-    // The held tail goes out in the same quiet spell that ends the typing.
-    QCOMPARE(m_keys->events().count("finish"), 1);
-    const QStringList lines = ScratchWorker::logSince().filter(kDataLine);
-    if (!logged.isEmpty()) {
-        QCOMPARE(lines, logged.replaceInStrings(QRegularExpression("^"), kDataLine));
-    }
-    const QByteArrayList frames = input.contains('#') ? QByteArrayList { "ABC", "DEF" } : QByteArrayList();
-    QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames(), frames, kWaitMs);
-}
-
-void tst_pipeline::outputSpeedSetsPause_data()
-{
-    QTest::addColumn<int>("speed");
-    QTest::addColumn<QString>("pause");
-    QTest::newRow("never set") << -99 << "pause 0";
-    for (int speed = -1; speed <= 5; ++speed) {
-        QTest::addRow("%d", speed) << speed << QString("pause %1").arg(speed >= 0 && speed <= 4 ? 5 - speed : 5);
-    }
-}
-
-void tst_pipeline::outputSpeedSetsPause()
-{
-    QFETCH(int, speed);
-    QFETCH(QString, pause);
-    if (speed != -99) {
-        m_worker->thread.setOutputSpeed(speed);
-    }
-    startTyping("z<VK_TAB>\r", m_keys.get());
-    QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
-    QCOMPARE(m_keys->events().join('|'),
-             (typed("z") + QStringList { pause, chord({ 9 }), pause, "tap 13", pause, "finish" }).join('|'));
-}
-
-void tst_pipeline::refusedInjectorDoesNotHoldUpStop()
-{
-    m_keys->refusing = true;
-    startTyping("a<VK_TAB>", m_keys.get());
-    QTRY_VERIFY_WITH_TIMEOUT(m_keys->refusedAttempts > 100, kWaitMs);
-    QVERIFY(m_worker->thread.stopThread());
-    QVERIFY(m_worker->thread.isFinished());
-    QVERIFY(m_keys->keyEvents().isEmpty());
-}
-
-void tst_pipeline::missingDisplayIsLoggedOncePerStart()
-{
-    QVERIFY(qEnvironmentVariableIsEmpty("DISPLAY"));
-    const QStringList notice { "[INFO] Key output is off: no X display to type into." };
-    RecordingKeyInjector unavailable(false);
-    for (KeyInjector* injector : { static_cast<KeyInjector*>(nullptr),
-                                   static_cast<KeyInjector*>(nullptr),
-                                   static_cast<KeyInjector*>(&unavailable) }) {
-        const int files = m_worker->frames().size();
-        startTyping("#run$", injector);
-        QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames().size(), files + 1, kWaitMs);
-        QVERIFY(m_worker->thread.stopThread());
-        QCOMPARE(ScratchWorker::logSince(), notice);
-    }
-    QVERIFY(unavailable.events().isEmpty());
-}
 
 QTEST_GUILESS_MAIN(tst_pipeline)
 #include "tst_pipeline.moc"

@@ -12,21 +12,24 @@
 #include <future>
 #include <unistd.h>
 
+// Each character down, then up.
+static void type(XTestKeyInjector& injector, const QByteArray& text)
+{
+    for (const char c : text)
+        for (const bool down : { true, false })
+            injector.sendCharacter(static_cast<unsigned char>(c), down);
+}
+
 // Types as the worker does: characters down and up, a batch of virtual keys, a tap of Return.
 static void typeForTheUser(const QByteArray& text)
 {
     XTestKeyInjector injector;
-    const auto type = [&injector](const QByteArray& text) {
-        for (const char c : text)
-            for (const bool down : { true, false })
-                injector.sendCharacter(static_cast<unsigned char>(c), down);
-    };
-    type("a" + text + "hello"); // "a" first: a Shift still held would make it "A"
+    type(injector, "a" + text + "hello"); // "a" first: a Shift still held would make it "A"
     injector.sendVirtualKeys({ { 16, true }, { 37, true }, { 16, false }, { 37, false } }); // Shift+Left
-    type("X");
+    type(injector, "X");
     injector.tapCharacterKey('\r');
     QProcess::execute("setxkbmap", { "de,us" }); // the user switches layouts while typing goes on
-    type(text);
+    type(injector, text);
 } // going out of use counts as typing gone idle
 
 class tst_platform final : public QObject
@@ -73,9 +76,7 @@ private slots:
         store.setValue("other", "/usr/bin/other");
         store.setValue("tapwright", path);
         QCOMPARE(store.value("tapwright"), path);
-        QFile file(m_autostart + "/tapwright.desktop");
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QStringList lines = QString::fromUtf8(file.readAll()).split('\n');
+        const QStringList lines = QString::fromUtf8(FileProbe::readAll(m_autostart + "/tapwright.desktop")).split('\n');
         QCOMPARE(lines.mid(0, 2) + lines.filter(QRegularExpression("^Exec=")),
                  QStringList({ "[Desktop Entry]", "Type=Application", exec }));
 
@@ -105,9 +106,7 @@ private slots:
     {
         QFETCH(QByteArray, text);
         QFETCH(QString, program);
-        QFile file(m_autostart + "/tapwright.desktop");
-        QVERIFY(QDir().mkpath(m_autostart) && file.open(QIODevice::WriteOnly) && file.write(text) == text.size());
-        file.close();
+        QVERIFY(TestProgramDir::writeFile(m_autostart + "/tapwright.desktop", text));
         QCOMPARE(XdgAutostartStore().value("tapwright"), program);
     }
 
@@ -206,14 +205,11 @@ private slots:
         {
             XTestKeyInjector injector;
             const QByteArray map = keymap(); // keys of the layout's own take no spare keycode
-            for (const char c : QByteArray("A<b"))
-                for (const bool down : { true, false })
-                    injector.sendCharacter(static_cast<unsigned char>(c), down);
+            type(injector, "A<b");
             QTRY_VERIFY(!shiftDown()); // the job's own events reach the server on their own connection
             XTestFakeKeyEvent(m_probe, shift, False, CurrentTime);
             XSync(m_probe, False);
-            injector.sendCharacter('C', true);
-            injector.sendCharacter('C', false);
+            type(injector, "C");
             QCOMPARE(keymap(), map);
         }
         QVERIFY(!shiftDown());

@@ -51,8 +51,12 @@ private slots:
         const QStringList c = row.split(' ');
         const auto n = [&c](int i) { return c[i].toInt(); };
         const Qt::MouseButton button = c[0] == "L" ? Qt::LeftButton : Qt::RightButton;
-        MainWindowBase window;
-        QVERIFY(show(window));
+        MainWindowBase window; // its title bar placed away from the edges, which stay the window's own
+        (new ToolBar(&window))->setGeometry(20, 20, 300, 48);
+        window.setMinimumSize(200, 150);
+        window.setGeometry(kStart);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
         QTest::mousePress(&window, button, {}, { n(1), n(2) });
         QCOMPARE(QWidget::mouseGrabber() == &window, c[0] == "L" && c[5] != "ArrowCursor"); // a resize holds the mouse
         QCOMPARE(int(window.cursor().shape()), QMetaEnum::fromType<Qt::CursorShape>().keyToValue(qPrintable(c[5])));
@@ -67,9 +71,7 @@ private slots:
         const QString name = QCoreApplication::applicationName(), me = QCoreApplication::applicationFilePath();
         XdgAutostartStore().setValue(name, "/old place/" + name); // left by a copy elsewhere
         QVERIFY(TestProgramDir::writeFile("Conf/language.ini", "[language]\nlang=0"));
-        m_win.reset(new MainWindow(nullptr, false));
-        m_win->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_win.data()));
+        QVERIFY(openWindow());
         auto* autostart = m_win->findChild<QCheckBox*>("checkBox_autoApp");
         QVERIFY(autostart->isChecked());
         QCOMPARE(XdgAutostartStore().value(name), me);
@@ -117,8 +119,7 @@ private slots:
     {
         QFETCH(QString, tray);
         QScopedPointer<FakeSystemTray> panel(tray == "start" ? new FakeSystemTray : nullptr);
-        m_win.reset(new MainWindow(nullptr, false));
-        m_win->show();
+        QVERIFY(openWindow());
         QTRY_VERIFY(m_win->findChild<QMenu*>()); // the icon is up
         if (tray == "late")
             panel.reset(new FakeSystemTray);
@@ -181,9 +182,7 @@ private slots:
         const quint16 port = FakeCamera::freePort();
         const QJsonObject dev = TestProgramDir::clientDevice(1, port, frames.path());
         QVERIFY(TestProgramDir::writeFile("TCPconfig.json", "{\"page_Device1\": " + QJsonDocument(dev).toJson() + "}"));
-        m_win.reset(new MainWindow(nullptr, false));
-        m_win->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_win.data()));
+        QVERIFY(openWindow());
         QVERIFY(QFile::remove("TCPconfig.json"));
         // A language change while the device waits keeps the button that ends the wait.
         m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(1);
@@ -212,14 +211,12 @@ private slots:
     }
 
 private:
-    // The frameless window with its title bar placed away from the edges, which stay the window's own.
-    static bool show(MainWindowBase& window)
+    // The whole window, as the program opens it.
+    bool openWindow()
     {
-        (new ToolBar(&window))->setGeometry(20, 20, 300, 48);
-        window.setMinimumSize(200, 150);
-        window.setGeometry(kStart);
-        window.show();
-        return QTest::qWaitForWindowExposed(&window);
+        m_win.reset(new MainWindow(nullptr, false));
+        m_win->show();
+        return QTest::qWaitForWindowExposed(m_win.data());
     }
     TCPSettingWidget* page(int n) const { return m_win->findChild<TCPSettingWidget*>(QString("page_Device%1").arg(n)); }
     // What the language shows: Qt's own texts, the language recorded, the window's and both pages' texts.

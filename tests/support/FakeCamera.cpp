@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr int kConnectTimeoutMs = 3000;
 // Enough queued bytes to keep the peer busy without growing without end.
 constexpr qint64 kFloodBacklog = 256 * 1024;
 
@@ -24,19 +23,12 @@ FakeCamera::~FakeCamera()
     m_thread.join();
 }
 
-quint16 FakeCamera::freePort()
-{
-    QTcpServer probe;
-    return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
-}
-
 quint16 FakeCamera::listen(quint16 port)
 {
     quint16 listening = 0;
     onCameraThread([&] {
-        if (m_server->isListening() || m_server->listen(QHostAddress::LocalHost, port)) {
+        if (m_server->isListening() || m_server->listen(QHostAddress::LocalHost, port))
             listening = m_server->serverPort();
-        }
     });
     return listening;
 }
@@ -48,7 +40,7 @@ bool FakeCamera::connectToServer(quint16 port, const QString& from, const QStrin
         auto* socket = new QTcpSocket(m_server);
         socket->bind(QHostAddress(from));
         socket->connectToHost(QHostAddress(to), port);
-        connected = socket->waitForConnected(kConnectTimeoutMs);
+        connected = socket->waitForConnected(3000);
         m_localPort = socket->localPort();
         connected ? adopt(socket) : delete socket;
     });
@@ -68,9 +60,10 @@ void FakeCamera::startFlood(const QByteArray& pattern)
     });
 }
 
-void FakeCamera::dropConnections()
+void FakeCamera::goOffline()
 {
     onCameraThread([this] {
+        m_server->close();
         for (QTcpSocket* socket : qAsConst(m_sockets)) {
             socket->disconnect();
             socket->abort();
@@ -105,9 +98,8 @@ void FakeCamera::run()
             ++m_finished;
             m_changed.notify_all();
         }
-        if (m_stopping) {
+        if (m_stopping)
             break;
-        }
         lock.unlock();
         m_dispatcher->processEvents(QEventLoop::WaitForMoreEvents);
         lock.lock();
@@ -145,7 +137,6 @@ void FakeCamera::adopt(QTcpSocket* socket)
 
 void FakeCamera::feedFlood(QTcpSocket* socket)
 {
-    while (!m_floodPattern.isEmpty() && socket->bytesToWrite() < kFloodBacklog) {
+    while (!m_floodPattern.isEmpty() && socket->bytesToWrite() < kFloodBacklog)
         socket->write(m_floodPattern);
-    }
 }

@@ -22,15 +22,14 @@ public:
     ~FakeCamera();
 
     // A port that nothing listened on a moment ago.
-    static quint16 freePort();
+    static quint16 freePort()
+    {
+        QTcpServer probe;
+        return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
+    }
 
     // Listens on the port (0 picks one) and gives it, or 0 when the port is taken.
     quint16 listen(quint16 port = 0);
-    // New connections are refused from now on; open ones stay.
-    void stopListening()
-    {
-        onCameraThread([this] { m_server->close(); });
-    }
 
     // Connects from one address to the port of another and says whether the connection was made
     // within a few seconds. Both are loopback addresses but in a test's private network namespace.
@@ -44,8 +43,8 @@ public:
     void send(const QByteArray& bytes);
     // Streams the pattern over and over on every open connection; an empty one stops.
     void startFlood(const QByteArray& pattern);
-    // Closes every open connection from this side.
-    void dropConnections();
+    // Refuses new connections and closes every open one from this side.
+    void goOffline();
     // Bytes written to each connection the moment it is accepted, as a camera that flushes its queue.
     void greetWith(const QByteArray& bytes)
     {

@@ -11,9 +11,8 @@ int RecordingKeyInjector::sendCharacter(unsigned int code, bool down)
 int RecordingKeyInjector::sendVirtualKeys(const QVector<VirtualKeyEvent>& events)
 {
     QStringList keys;
-    for (const VirtualKeyEvent& event : events) {
+    for (const VirtualKeyEvent& event : events)
         keys.append(QString("%1 %2").arg(event.virtualKey).arg(event.down ? "down" : "up"));
-    }
     return record("keys " + keys.join(", ")) ? events.size() : 0;
 }
 
@@ -24,9 +23,8 @@ void RecordingKeyInjector::tapCharacterKey(char c)
 
 void RecordingKeyInjector::pause(int milliseconds)
 {
-    if (!refusing) {
+    if (!refusing)
         record(QString("pause %1").arg(milliseconds));
-    }
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
@@ -35,11 +33,7 @@ QStringList RecordingKeyInjector::events() const
     // A deep copy: a shared one would hand the array between threads through Qt's reference
     // count, which ThreadSanitizer cannot see into.
     std::lock_guard<std::mutex> lock(m_mutex);
-    QStringList copy;
-    for (const QString& event : m_events) {
-        copy.append(event);
-    }
-    return copy;
+    return QStringList(m_events.begin(), m_events.end());
 }
 
 QStringList RecordingKeyInjector::keyEvents() const

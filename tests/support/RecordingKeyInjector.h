@@ -12,15 +12,11 @@
 class RecordingKeyInjector final : public KeyInjector
 {
 public:
-    explicit RecordingKeyInjector(bool available = true)
-        : m_available(available)
-    {
-    }
-
+    std::atomic<bool> available { true };
     std::atomic<bool> refusing { false };
     std::atomic<int> refusedAttempts { 0 };
 
-    bool isAvailable() const override { return m_available; }
+    bool isAvailable() const override { return available; }
     int sendCharacter(unsigned int code, bool down) override;
     int sendVirtualKeys(const QVector<VirtualKeyEvent>& events) override;
     void tapCharacterKey(char c) override;
@@ -34,7 +30,6 @@ public:
 private:
     bool record(const QString& event);
 
-    const bool m_available;
     mutable std::mutex m_mutex;
     QStringList m_events;
 };
