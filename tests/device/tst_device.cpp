@@ -36,6 +36,7 @@ private slots:
     {
         QTest::addColumn<QString>("row");
         QTest::newRow("127.0.1.1 gives way") << "::1,127.0.1.1,192.168.1.5|fe80::2,127.0.0.1,10.0.0.2|10.0.0.2";
+        QTest::newRow("the host name's own address kept") << "192.168.1.5|10.0.0.2|192.168.1.5";
         QTest::newRow("loopback kept without interface IPv4") << "127.0.1.1|fe80::2|127.0.1.1";
         QTest::newRow("only IPv6 for the host name") << "::1,2001:db8::1|10.0.0.2|";
     }
