@@ -318,6 +318,7 @@ private slots:
         const QByteArray closed = fullChunk("x>y<VK_CT");
         row("'>' before the last '<'", closed + "RL>", typed(closed.chopped(6)) << ctrl, { closed, "<VK_CTRL>" });
         row("held tail at the silence", cut, typed(cut), { cut, "<VK_CT" });
+        row("kept: held tail at the silence", "a<VK_TAB>b<VK_CT", typed("a") << tab << typed("b<VK_CT"));
         row("frames while typing", "#ABC$<VK_TAB>#DEF$", typed("#ABC$") << tab << typed("#DEF$"));
     }
 
@@ -327,6 +328,7 @@ private slots:
         QFETCH(QStringList, expected);
         QFETCH(QStringList, logged);
 
+        m_worker->thread.setKeepEveryFrame(QByteArray(QTest::currentDataTag()).startsWith("kept"));
         startTyping(input, m_keys.get());
         QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
         QCOMPARE(m_keys->keyEvents(), expected);

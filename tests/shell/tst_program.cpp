@@ -196,6 +196,10 @@ private slots:
                 && second.readAllStandardError().contains("already running"));
         QVERIFY(type().contains("NORMAL") && !type().contains("UTILITY"));
         QVERIFY(QFile::exists(qEnvironmentVariable("XDG_CONFIG_HOME") + "/tapwright/language.ini"));
+        // Only this user may ask the window to come up.
+        const QFileInfo channel(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/Tapwright.socket");
+        const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+        QVERIFY(channel.exists() && !(channel.permissions() & others));
         QVERIFY(endsWell(first, shown()));
     }
 
