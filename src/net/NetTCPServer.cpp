@@ -63,23 +63,22 @@ int NetTCPServer::close()
 
 int NetTCPServer::moveTo(QString ip, QString port)
 {
-    if (!server) {
+    TSharedPtr<ISessionServer> moved;
+    if (!server || CSessionFactory::instance().createTcpServer(false, moved) != 0) {
         return 1;
     }
     {
         std::lock_guard<std::mutex> lock(sessionMutex);
-        moving = true;
+        moving = moved;
     }
-    TSharedPtr<ISessionServer> moved;
     const QByteArray address = (ip + ":" + port).toLatin1();
-    const bool opened
-        = CSessionFactory::instance().createTcpServer(false, moved) == 0 && moved->open(address.constData(), this) == 0;
+    const bool opened = moved->open(address.constData(), this) == 0;
     if (opened) {
         // Once its close has returned no sink operation of the old server runs, nor starts.
         server->close();
     }
     std::lock_guard<std::mutex> lock(sessionMutex);
-    moving = false;
+    moving.reset();
     if (!opened) {
         return 1;
     }
@@ -120,6 +119,9 @@ void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
     // One lock over the test and the append keeps a second camera from slipping in between.
     std::lock_guard<std::mutex> lock(sessionMutex);
     if (moving) {
+        // Only the listener that accepted it knows the session; the other ignores the removal.
+        server->removeSession(session);
+        moving->removeSession(session);
         return;
     }
     const auto remote = session->getRemoteAddress();

@@ -48,8 +48,8 @@ private:
     DataCallback dataCallback = nullptr;
     void* dataContext = nullptr;
     QHostAddress allowedCamera;
-    // While a move runs, cameras are turned away: the sink serves two listeners for that moment.
-    bool moving = false;
+    // The listener a move opens; until the move is done the sink serves both, and turns cameras away.
+    Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionServer> moving;
     QByteArray peerIP;
     quint16 peerPort = 0;
 };

@@ -1,6 +1,7 @@
 #include "DataLocations.h"
 
-#include <QCoreApplication>
+#include "ProgramDirectory.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -49,7 +50,7 @@ DataLocations::DataLocations(const QString& programDir, bool programDirWritable)
 const DataLocations& DataLocations::ofThisProgram()
 {
     static const DataLocations locations = [] {
-        const QString programDir = QCoreApplication::applicationDirPath();
+        const QString programDir = QFile::decodeName(executableDirectory());
         return DataLocations(programDir, canWriteIn(programDir));
     }();
     return locations;

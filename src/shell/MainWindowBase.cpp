@@ -92,13 +92,15 @@ void MainWindowBase::mousePressEvent(QMouseEvent* event)
     if (event->button() == Qt::LeftButton) {
         m_leftPressed = true;
         updateResizeZone(event->globalPos());
-        if (m_resizeZone != ZONE_NONE && windowHandle() && windowHandle()->startSystemResize(edgesOf(m_resizeZone))) {
-            // The window manager (or the Wayland compositor) resizes, and keeps the release.
-            m_leftPressed = false;
-            m_resizeZone = ZONE_NONE;
-        } else if (m_resizeZone != ZONE_NONE) {
-            // Keeps the moves coming while the pointer runs ahead of the edge it drags.
-            grabMouse();
+        if (m_resizeZone != ZONE_NONE) {
+            if (windowHandle() && windowHandle()->startSystemResize(edgesOf(m_resizeZone))) {
+                // The window manager (or the Wayland compositor) resizes, and keeps the release.
+                m_leftPressed = false;
+                m_resizeZone = ZONE_NONE;
+            } else {
+                // Keeps the moves coming while the pointer runs ahead of the edge it drags.
+                grabMouse();
+            }
         }
     }
     QWidget::mousePressEvent(event);
