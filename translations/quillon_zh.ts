@@ -258,6 +258,18 @@
         <translation>任意相机</translation>
     </message>
     <message>
+        <source>Wait for the camera at start</source>
+        <translation>启动时等待相机</translation>
+    </message>
+    <message>
+        <source>When the device is stored open and its camera does not answer at start, keep trying every second and open as soon as it answers.</source>
+        <translation>设备保存为打开状态而启动时相机未应答时，每秒重试一次，相机应答后立即打开。</translation>
+    </message>
+    <message>
+        <source>Waiting for the camera at %1:%2; the device opens as soon as it answers.</source>
+        <translation>正在等待相机 %1:%2；相机应答后设备立即打开。</translation>
+    </message>
+    <message>
         <source>Enter the allowed camera as an IP address, or leave it empty!</source>
         <translation>请以 IP 地址填写允许的相机，或留空！</translation>
     </message>

@@ -92,11 +92,11 @@ const char* Device::checkFields(const Fields& fields) const
 
 Device::Fields Device::storedFields(const TCPSettings& settings, const QString& ip)
 {
-    return { settings.tcpType == 0, ip,
-             settings.tcpPort,      settings.startChar,
-             settings.endChar,      settings.keepEveryFrame,
-             settings.keyOutput,    settings.keySpeed,
-             settings.allowedCamera };
+    return { settings.tcpType == 0,  ip,
+             settings.tcpPort,       settings.startChar,
+             settings.endChar,       settings.keepEveryFrame,
+             settings.keyOutput,     settings.keySpeed,
+             settings.allowedCamera, settings.waitForCamera };
 }
 
 bool Device::open(const Fields& fields)
@@ -175,7 +175,7 @@ void Device::closeDevice()
 
 bool Device::openAtStart(const Fields& fields)
 {
-    return open(fields) || (fields.client && waitForCamera(fields));
+    return open(fields) || (fields.client && fields.waitForCamera && waitForCamera(fields));
 }
 
 bool Device::waitForCamera(const Fields& fields)

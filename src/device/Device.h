@@ -31,6 +31,7 @@ public:
         bool keyOutput = false;
         int keySpeed = TCPSettings::kDefaultKeySpeed;
         QString allowedCamera {};
+        bool waitForCamera = false;
     };
 
     // The fields as stored, with the address the role opens on.
@@ -53,7 +54,7 @@ public:
     // Closes by the stored role, whether open or not.
     void closeDevice();
 
-    // Opens a device stored open: a client whose camera does not answer yet waits for it.
+    // Opens a device stored open; a client that is to wait for its camera waits when it does not answer.
     bool openAtStart(const Fields& fields);
 
     // Opens a client device whose camera does not answer yet: the worker runs and the endpoint

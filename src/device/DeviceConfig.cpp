@@ -39,6 +39,7 @@ ReadResult read(const QString& path, QMap<QString, TCPSettings>& devices)
         const int keySpeed = device.value(QStringLiteral("KeySpeed")).toInt(TCPSettings::kDefaultKeySpeed);
         settings.keySpeed = keySpeed >= 0 && keySpeed <= 4 ? keySpeed : TCPSettings::kDefaultKeySpeed;
         settings.allowedCamera = device.value(QStringLiteral("AllowedCamera")).toString();
+        settings.waitForCamera = device.value(QStringLiteral("WaitForCamera")).toInt() == 1;
         devices.insert(key, settings);
     }
     return ReadResult::Read;
@@ -74,6 +75,9 @@ bool write(const QString& path, const QList<QPair<QString, TCPSettings>>& device
         }
         if (!settings.allowedCamera.isEmpty()) {
             device.insert(QStringLiteral("AllowedCamera"), settings.allowedCamera);
+        }
+        if (settings.waitForCamera) {
+            device.insert(QStringLiteral("WaitForCamera"), 1);
         }
         root.insert(named.first, device);
     }

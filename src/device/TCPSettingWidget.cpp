@@ -11,6 +11,11 @@
 
 namespace {
 
+// The lamp's "status": closed and open as stored, and a device that waits for its camera.
+constexpr int kLampClosed = 0;
+constexpr int kLampOpen = 1;
+constexpr int kLampWaiting = 2;
+
 // The style sheet draws the lamp from "status"; a changed property needs a fresh polish to show.
 void setLampStatus(QLabel* lamp, int status)
 {
@@ -30,14 +35,16 @@ TCPSettingWidget::TCPSettingWidget(QWidget* parent)
     fillTypeComboBox();
     fillKeySpeedBox();
     ui->comboBoxKeySpeed->setCurrentIndex(TCPSettings::kDefaultKeySpeed);
-    setLampStatus(ui->label_TCP, 0);
+    setLampStatus(ui->label_TCP, kLampClosed);
+    updateDependentFields();
 
     device = new Device(this);
     connect(device, SIGNAL(message(QString)), this, SIGNAL(sendShowLogData(QString)));
     connect(device, SIGNAL(received(QString)), this, SIGNAL(sendShowData(QString)));
-    connect(device, &Device::openedAfterWait, this, [this] { setLampStatus(ui->label_TCP, 1); });
+    connect(device, &Device::openedAfterWait, this, [this] { showLamp(kLampOpen); });
     connect(device, &Device::serverMoved, ui->lineEdit_IP, &QLineEdit::setText);
     connect(ui->comboBox_tcp, SIGNAL(currentIndexChanged(int)), this, SLOT(onTcpTypeComboBoxChanged(int)));
+    connect(ui->checkBoxKeyOutput, &QCheckBox::toggled, this, &TCPSettingWidget::updateDependentFields);
 }
 
 TCPSettingWidget::~TCPSettingWidget()
@@ -54,7 +61,7 @@ TCPSettings TCPSettingWidget::getSettings() const
 {
     TCPSettings current;
     // A device that waits for its camera is still one to open at the next start.
-    current.status = device->isWaiting() ? 1 : ui->label_TCP->property("status").toInt();
+    current.status = ui->label_TCP->property("status").toInt() == kLampClosed ? 0 : 1;
     current.tcpType = ui->comboBox_tcp->currentIndex();
     current.tcpPort = ui->lineEdit_port->text();
     current.tcpClientIP = ui->lineEdit_IP->text();
@@ -65,6 +72,7 @@ TCPSettings TCPSettingWidget::getSettings() const
     current.keyOutput = ui->checkBoxKeyOutput->isChecked();
     current.keySpeed = ui->comboBoxKeySpeed->currentIndex();
     current.allowedCamera = ui->lineEditAllowedCamera->text().trimmed();
+    current.waitForCamera = ui->checkBoxWaitForCamera->isChecked();
     return current;
 }
 
@@ -82,7 +90,8 @@ void TCPSettingWidget::setSettings(TCPSettings s)
     ui->checkBoxKeyOutput->setChecked(settings.keyOutput);
     ui->comboBoxKeySpeed->setCurrentIndex(settings.keySpeed);
     ui->lineEditAllowedCamera->setText(settings.allowedCamera);
-    ui->lineEditAllowedCamera->setEnabled(settings.tcpType == 1);
+    ui->checkBoxWaitForCamera->setChecked(settings.waitForCamera);
+    updateDependentFields();
 
     if (settings.tcpType == 0) {
         ui->lineEdit_IP->setText(settings.tcpClientIP);
@@ -106,12 +115,13 @@ void TCPSettingWidget::retranslate()
 
     const TCPSettings& settings = device->settings();
     const bool server = settings.tcpType != 0;
-    // A device waiting for its camera is open to the operator, though its lamp is still grey.
-    if (ui->label_TCP->property("status").toInt() == 0 && !device->isWaiting()) {
+    const int lamp = ui->label_TCP->property("status").toInt();
+    if (lamp == kLampClosed) {
         ui->openTcpBtn->setText(server ? tr("Open") : tr("Connect"));
     } else {
         ui->openTcpBtn->setText(server ? tr("Close") : tr("Disconnect"));
     }
+    showLamp(lamp);
 
     disconnect(ui->comboBox_tcp, SIGNAL(currentIndexChanged(int)), this, SLOT(onTcpTypeComboBoxChanged(int)));
     ui->comboBox_tcp->clear();
@@ -159,7 +169,7 @@ void TCPSettingWidget::onTcpTypeComboBoxChanged(int index)
     }
     TCPSettings& settings = device->settings();
     settings.tcpType = index;
-    ui->lineEditAllowedCamera->setEnabled(index == 1);
+    updateDependentFields();
     if (index != 0) {
         ui->lineEdit_IP->setText(Device::localIPAddress());
         ui->openTcpBtn->setText(tr("Open"));
@@ -180,6 +190,7 @@ void TCPSettingWidget::fillKeySpeedBox()
 {
     // By index: the five typing speeds of the worker, slowest first.
     ui->comboBoxKeySpeed->addItems({ tr("Slowest"), tr("Slow"), tr("Normal"), tr("Fast"), tr("Fastest") });
+    ui->comboBoxKeySpeed->setView(new QListView());
 }
 
 Device::Fields TCPSettingWidget::fieldsShown() const
@@ -197,7 +208,9 @@ bool TCPSettingWidget::openOrClose(bool atStart)
         const Device::Fields fields = fieldsShown();
         const bool opened = atStart ? device->openAtStart(fields) : device->open(fields);
         if (opened) {
-            showOpen(client, device->isWaiting() ? 0 : 1);
+            ui->openTcpBtn->setText(client ? tr("Disconnect") : tr("Close"));
+            showLamp(device->isWaiting() ? kLampWaiting : kLampOpen);
+            setControlsEnabled(false);
         }
         return opened;
     }
@@ -205,16 +218,18 @@ bool TCPSettingWidget::openOrClose(bool atStart)
     qDebug() << "IP " << ui->lineEdit_IP->text();
     device->close(client);
     ui->openTcpBtn->setText(client ? tr("Connect") : tr("Open"));
-    setLampStatus(ui->label_TCP, 0);
+    showLamp(kLampClosed);
     setControlsEnabled(true);
     return true;
 }
 
-void TCPSettingWidget::showOpen(bool client, int lamp)
+void TCPSettingWidget::showLamp(int status)
 {
-    ui->openTcpBtn->setText(client ? tr("Disconnect") : tr("Close"));
-    setLampStatus(ui->label_TCP, lamp);
-    setControlsEnabled(false);
+    setLampStatus(ui->label_TCP, status);
+    ui->label_TCP->setToolTip(status == kLampWaiting
+                                  ? tr("Waiting for the camera at %1:%2; the device opens as soon as it answers.")
+                                        .arg(ui->lineEdit_IP->text(), ui->lineEdit_port->text())
+                                  : QString());
 }
 
 void TCPSettingWidget::setControlsEnabled(bool enabled)
@@ -227,6 +242,19 @@ void TCPSettingWidget::setControlsEnabled(bool enabled)
     ui->lineEditEndChar->setEnabled(enabled);
     ui->checkBoxKeepEveryFrame->setEnabled(enabled);
     ui->checkBoxKeyOutput->setEnabled(enabled);
-    ui->comboBoxKeySpeed->setEnabled(enabled);
-    ui->lineEditAllowedCamera->setEnabled(enabled && ui->comboBox_tcp->currentIndex() == 1);
+    updateDependentFields();
+}
+
+void TCPSettingWidget::updateDependentFields()
+{
+    // The role box takes input exactly while the device is closed.
+    const bool editable = ui->comboBox_tcp->isEnabledTo(this);
+    const int role = ui->comboBox_tcp->currentIndex();
+    const bool speed = editable && ui->checkBoxKeyOutput->isChecked();
+    const bool allowedCamera = editable && role == 1;
+    ui->comboBoxKeySpeed->setEnabled(speed);
+    ui->labelKeySpeed->setEnabled(speed);
+    ui->lineEditAllowedCamera->setEnabled(allowedCamera);
+    ui->labelAllowedCamera->setEnabled(allowedCamera);
+    ui->checkBoxWaitForCamera->setEnabled(editable && role == 0);
 }

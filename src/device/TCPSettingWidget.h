@@ -40,8 +40,11 @@ private:
     // At start, a stored client device whose camera does not answer yet waits for it.
     bool openOrClose(bool atStart = false);
     bool checkFields();
-    void showOpen(bool client, int lamp);
+    // The lamp, and a tooltip that says why it is amber.
+    void showLamp(int status);
     void setControlsEnabled(bool enabled);
+    // A field that depends on another choice takes input only with it, and its label follows it.
+    void updateDependentFields();
 
     Ui::TCPSettingWidget* ui;
     Device* device;

@@ -17,6 +17,8 @@ struct TCPSettings
     bool keyOutput = false;
     int keySpeed = kDefaultKeySpeed;
     QString allowedCamera {};
+    // A client stored open whose camera does not answer at start keeps trying instead of staying closed.
+    bool waitForCamera = false;
 
     static constexpr int kDefaultKeySpeed = 2;
 };

@@ -61,7 +61,9 @@ void HeadlessService::openDevice(Device* device)
     const bool client = settings.tcpType == 0;
     // As on the page: a server listens on the machine's address of the moment, not the stored one.
     const QString ip = client ? settings.tcpClientIP : settings.tcpType == 1 ? Device::localIPAddress() : QString();
-    const Device::Fields fields = Device::storedFields(settings, ip);
+    Device::Fields fields = Device::storedFields(settings, ip);
+    // Nobody is there to press the button once the camera is up, so a client always waits for it.
+    fields.waitForCamera = true;
     // A server that moves to the network address once there is one prints its new address.
     connect(device, &Device::message, this, [this, device](const QString& text) {
         print(device, device->address(), text);

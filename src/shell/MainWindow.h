@@ -35,8 +35,6 @@ public slots:
     void setMaximized();
     void setReduction();
     void closeSlot();
-    // Shows the window in front of the others, back from the tray or from being minimised.
-    void bringToFront();
 
 private slots:
     void onTrayEnableChanged(int state);
@@ -58,6 +56,9 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
+    // Shows the window in front of the others, back from the tray or from being minimised.
+    void bringToFront();
+
     void initWidgets();
     void initConnections();
     void readConfig();

@@ -1,7 +1,6 @@
 #include "AppIcon.h"
 #include "DataLocations.h"
 #include "HeadlessService.h"
-#include "InstanceChannel.h"
 #include "InstanceLock.h"
 #include "LogRetention.h"
 #include "Logger.h"
@@ -26,8 +25,6 @@ namespace {
 
 // Exit code of a headless start that has nothing to run; the service unit does not restart on it.
 constexpr int kNothingToRun = 2;
-// How long a second start waits for the running window to come to the front.
-constexpr int kRaiseTimeoutMs = 3000;
 const QString kInstanceName = QStringLiteral("Tapwright");
 
 bool hasArgument(int argc, char* argv[], std::initializer_list<const char*> names)
@@ -56,11 +53,11 @@ void prepareWindowSystem(int argc, char* argv[])
 }
 
 // The names the desktop knows the program by, whatever name it was started under: the settings
-// directory, the autostart entry, WM_CLASS and the menu entry tapwright.desktop must agree.
+// directory, the autostart entry, WM_CLASS and the menu entry tapwright.desktop must agree. No display
+// name: Qt would append it to every dialog's title.
 void nameTheProgram()
 {
     QCoreApplication::setApplicationName(QStringLiteral("tapwright"));
-    QGuiApplication::setApplicationDisplayName(QStringLiteral("Tapwright"));
     QGuiApplication::setDesktopFileName(QStringLiteral("tapwright"));
     if (!qEnvironmentVariableIsSet("RESOURCE_NAME")) {
         qputenv("RESOURCE_NAME", "tapwright");
@@ -145,8 +142,6 @@ int runWindow(QApplication& app, bool externalStart)
     MainWindow window(nullptr, externalStart);
 
     if (instanceExists) {
-        // Whoever starts the program again is looking for the window that runs.
-        InstanceChannel::askToRaise(kInstanceName, kRaiseTimeoutMs);
         reportSecondInstance();
         QMessageBox::information(nullptr,
                                  QObject::tr("Tip"),
@@ -156,9 +151,6 @@ int runWindow(QApplication& app, bool externalStart)
         return -1;
     }
 
-    InstanceChannel channel;
-    channel.listen(kInstanceName);
-    QObject::connect(&channel, &InstanceChannel::raiseRequested, &window, &MainWindow::bringToFront);
     window.show();
     return app.exec();
 }
@@ -195,12 +187,19 @@ int main(int argc, char* argv[])
     parser.addPositionalArgument(QStringLiteral("External_Start"),
                                  QStringLiteral("Started by the desktop at logon: the window is not minimised."),
                                  QStringLiteral("[External_Start]"));
-    parser.process(*app);
+    // Options the program does not know are ignored: it starts as usual.
+    parser.parse(QCoreApplication::arguments());
+    if (parser.isSet(QStringLiteral("help"))) {
+        parser.showHelp();
+    }
+    if (parser.isSet(QStringLiteral("version"))) {
+        parser.showVersion();
+    }
 
     QDir::setCurrent(QFile::decodeName(executableDirectory()));
     if (parser.isSet(QStringLiteral("headless"))) {
         return runHeadless(*app);
     }
-    const bool externalStart = parser.positionalArguments().value(0) == QLatin1String("External_Start");
+    const bool externalStart = QCoreApplication::arguments().value(1) == QLatin1String("External_Start");
     return runWindow(static_cast<QApplication&>(*app), externalStart);
 }

@@ -62,7 +62,7 @@ private slots:
         auto* ip = m_page->findChild<QLineEdit*>("lineEdit_IP");
         ip->setText("typed by hand");
         role->setCurrentIndex(1);
-        QCOMPARE(ip->text() + state(), serverAddress() + "Open 0 11 TCP Server");
+        QCOMPARE(ip->text() + state(), serverAddress() + "Open 0 10 TCP Server");
         role->setCurrentIndex(0);
         QCOMPARE(ip->text() + state(), QStringLiteral("127.0.0.1Connect 0 10 TCP Client"));
         press();
@@ -81,7 +81,7 @@ private slots:
         role->setCurrentIndex(1);
         ip->setText("127.0.0.1"); // loopback only, as an operator may set it
         press();                  // the camera still holds the stored port
-        QCOMPARE(state(), QStringLiteral("Open 0 11 TCP Server"));
+        QCOMPARE(state(), QStringLiteral("Open 0 10 TCP Server"));
         QVERIFY(FileProbe::readAll(m_log).contains("server failed, ip: 127.0.0.1, port: " + QByteArray::number(port)));
         m_page->findChild<QLineEdit*>("lineEdit_port")->setText(QString::number(serverPort));
         press();
@@ -110,7 +110,7 @@ private slots:
         allowedCamera->setText("camera 2");
         press();
         QCOMPARE(m_pane.document()->lastBlock().text() + state(),
-                 "Enter the allowed camera as an IP address, or leave it empty!Open 0 11 TCP Server");
+                 "Enter the allowed camera as an IP address, or leave it empty!Open 0 10 TCP Server");
         allowedCamera->setText(" 127.0.0.2");
         press();
         QVERIFY(stranger.connectToServer(port));
@@ -174,6 +174,40 @@ private slots:
         press(); // reopened on the network address: nothing to wait for
         QCOMPARE(m_pane.toPlainText().count("no network address yet") + m_pane.toPlainText().count("cannot listen"), 2);
         QCOMPARE(state() + chosen.address(), QStringLiteral("Close 1 1 TCP Server127.0.0.2"));
+    }
+
+    // A choice that depends on another takes input only with it, and its label follows it.
+    void dependentFieldsFollowTheirChoice_data()
+    {
+        QTest::addColumn<int>("role");
+        QTest::addColumn<bool>("typing");
+        QTest::addColumn<bool>("open");
+        QTest::addColumn<bool>("speed");
+        QTest::addColumn<bool>("allowedCamera");
+        QTest::addColumn<bool>("waitForCamera");
+        QTest::newRow("client, typing off") << 0 << false << false << false << false << true;
+        QTest::newRow("client, typing on") << 0 << true << false << true << false << true;
+        QTest::newRow("server, typing on") << 1 << true << false << true << true << false;
+        QTest::newRow("client open, typing on") << 0 << true << true << false << false << false;
+    }
+
+    void dependentFieldsFollowTheirChoice()
+    {
+        QFETCH(int, role);
+        QFETCH(bool, typing);
+        QFETCH(bool, open);
+        QTemporaryDir frames;
+        FakeCamera camera;
+        m_page->setSettings({ 0, role, QString::number(camera.listen()), "127.0.0.1", frames.path(), "#", "$" });
+        m_page->findChild<QCheckBox*>("checkBoxKeyOutput")->setChecked(typing);
+        if (open)
+            press();
+        const auto enabled = [this](const char* name) { return m_page->findChild<QWidget*>(name)->isEnabled(); };
+        QTEST(enabled("comboBoxKeySpeed"), "speed");
+        QTEST(enabled("labelKeySpeed"), "speed");
+        QTEST(enabled("lineEditAllowedCamera"), "allowedCamera");
+        QTEST(enabled("labelAllowedCamera"), "allowedCamera");
+        QTEST(enabled("checkBoxWaitForCamera"), "waitForCamera");
     }
 
     // A row: IP | port | start | end | directory | the message. Stored open, the page checks at once.

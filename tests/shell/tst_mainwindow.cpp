@@ -180,18 +180,27 @@ private slots:
         FakeCamera camera;
         QTemporaryDir frames;
         const quint16 port = FakeCamera::freePort();
-        const QJsonObject dev = TestProgramDir::clientDevice(1, port, frames.path());
+        QJsonObject dev = TestProgramDir::clientDevice(1, port, frames.path());
+        dev.insert("WaitForCamera", 1);
         QVERIFY(TestProgramDir::writeFile("TCPconfig.json", "{\"page_Device1\": " + QJsonDocument(dev).toJson() + "}"));
         QVERIFY(openWindow());
         QVERIFY(QFile::remove("TCPconfig.json"));
-        // A language change while the device waits keeps the button that ends the wait.
+        // A language change while the device waits keeps the button that ends the wait, and the amber
+        // lamp (hue 30-59) that says why.
+        auto* lamp = page(1)->findChild<QLabel*>("label_TCP");
+        const auto lampHue = [lamp] { return lamp->grab().toImage().pixelColor(10, 10).hsvHue() / 30; };
         m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(1);
         m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(0);
         QCOMPARE(page(1)->findChild<QToolButton*>("openTcpBtn")->text(), QString("Disconnect"));
-        // The camera comes up late: the device waits for it, and the sheet's lamp turns green (hue 120-149).
+        QCOMPARE(lampHue(), 1);
+        QCOMPARE(lamp->toolTip(),
+                 "Waiting for the camera at 127.0.0.1:" + QString::number(port)
+                     + "; the device opens as soon as it answers.");
+        // The camera comes up late: the device opens, and the sheet's lamp turns green (hue 120-149).
         QCOMPARE(camera.listen(port), port);
         QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, 10000);
-        QTRY_COMPARE(page(1)->findChild<QLabel*>("label_TCP")->grab().toImage().pixelColor(10, 10).hsvHue() / 30, 4);
+        QTRY_COMPARE(lampHue(), 4);
+        QCOMPARE(lamp->toolTip(), QString());
         m_win->findChild<QComboBox*>("comboBox_Device")->setCurrentIndex(1);
         m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(1);
         QCOMPARE(texts(), QString("取消|0|设备1|连接|TCP 客户端|断开连接|TCP 客户端|清除数据|Tapwright"));

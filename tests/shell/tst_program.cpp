@@ -6,6 +6,8 @@
 #include <QtTest>
 
 static const QString kShown = "search --all --onlyvisible --pid %1 --name ^Tapwright$";
+// What the log says of a configuration that cannot be read, is not JSON, or cannot be written.
+static const QString kUnreadable = "reading.", kInvalid = "Invalid JSON", kUnwritable = "writing.";
 
 // Runs xdotool, or another X tool, and gives what it printed.
 static QString xtool(const QString& arguments, const QString& tool = "xdotool")
@@ -33,49 +35,78 @@ private slots:
         QVERIFY(QFile::link("../tapwright", path("elsewhere/tw"))); // a name of the user's own
     }
 
-    // A row: TCPconfig.json ("-" for none; %DEV% is an open client device) | what stands in the way
-    // (a trailing / for a directory) | errors logged (4 reading, 2 invalid, 1 writing, added) | device opens
-    // | the device's options, kept as they were.
+    // The configuration as found at start, what stands in the way (a trailing / for a directory), the
+    // arguments, and the device's options, kept as they were. %DEV% is a client device stored open.
     void startRunAndClose_data()
     {
-        QTest::addColumn<QString>("row");
-        const QString good = "{\"page_Device1\": %DEV%, \"stray\": {}}";
-        QTest::newRow("intact") << good + "||0|1|{}";
-        QTest::newRow("every frame kept") << good + "||0|1|{\"KeepEveryFrame\": 1, \"KeySpeed\": 4}";
-        QTest::newRow("missing") << "-||4|0";
-        QTest::newRow("cut short") << "{\"page_Device1\": %DEV%||2|0";
-        QTest::newRow("array root") << "[%DEV%]||2|0";
-        QTest::newRow("wrong types") << "{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}||0|0";
-        QTest::newRow("Log is a file") << good + "|Log|0|1|{}";
-        QTest::newRow("TCPconfig.json is a directory") << "-|TCPconfig.json/|5|0";
+        QTest::addColumn<QByteArray>("config");
+        QTest::addColumn<QString>("obstacle");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QJsonObject>("options");
+        QTest::addColumn<bool>("cameraLate");
+        QTest::addColumn<QStringList>("errorsLogged");
+        QTest::addColumn<bool>("headlessRefuses");
+        QTest::addColumn<bool>("serves");
+        QTest::addColumn<int>("storedStatus");
+
+        const QByteArray good = "{\"page_Device1\": %DEV%, \"stray\": {}}", cut = "{\"page_Device1\": %DEV%";
+        const QJsonObject none, kept { { "KeepEveryFrame", 1 }, { "KeySpeed", 4 } }, waits { { "WaitForCamera", 1 } };
+        const QStringList clean, unknown { "--bogus", "external_start", "--foo" };
+        const QStringList unreadable { kUnreadable }, invalid { kInvalid };
+        QTest::newRow("intact") << good << "" << clean << none << false << clean << false << true << 1;
+        QTest::newRow("every frame kept") << good << "" << clean << kept << false << clean << false << true << 1;
+        QTest::newRow("unknown arguments") << good << "" << unknown << none << false << clean << false << true << 1;
+        QTest::newRow("missing") << QByteArray() << "" << clean << none << false << unreadable << true << false << 0;
+        QTest::newRow("cut short") << cut << "" << clean << none << false << invalid << true << false << 0;
+        QTest::newRow("array root") << QByteArray("[%DEV%]") << "" << clean << none << false << invalid << true << false
+                                    << 0;
+        QTest::newRow("wrong types") << QByteArray("{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}") << ""
+                                     << clean << none << false << clean << true << false << 0;
+        QTest::newRow("Log is a file") << good << "Log" << clean << none << false << clean << false << true << 1;
+        QTest::newRow("TCPconfig.json is a directory")
+            << QByteArray() << "TCPconfig.json/" << clean << none << false << QStringList { kUnreadable, kUnwritable }
+            << true << false << 0;
+        QTest::newRow("camera absent at start") << good << "" << clean << none << true << clean << false << false << 0;
+        QTest::newRow("camera absent at start, waited for")
+            << good << "" << clean << waits << true << clean << false << true << 1;
     }
 
     void startRunAndClose()
     {
-        QFETCH(QString, row);
-        const QStringList cell = row.split('|');
+        QFETCH(QByteArray, config);
+        QFETCH(QString, obstacle);
+        QFETCH(QStringList, arguments);
+        QFETCH(QJsonObject, options);
+        QFETCH(bool, cameraLate);
+        QFETCH(QStringList, errorsLogged);
+        QFETCH(bool, headlessRefuses);
+        QFETCH(bool, serves);
+        QFETCH(int, storedStatus);
         FakeCamera camera;
         QTemporaryDir frames;
-        QJsonObject device = TestProgramDir::clientDevice(1, camera.listen(), frames.path());
-        const QJsonObject options = QJsonDocument::fromJson(cell.value(4).toUtf8()).object();
+        const quint16 port = cameraLate ? FakeCamera::freePort() : camera.listen();
+        QJsonObject device = TestProgramDir::clientDevice(1, port, frames.path());
         for (auto option = options.begin(); option != options.end(); ++option)
             device.insert(option.key(), option.value());
-        QByteArray config = cell[0].toUtf8().replace("%DEV%", QJsonDocument(device).toJson(QJsonDocument::Compact));
-        QVERIFY(cell[0] == "-" || TestProgramDir::writeFile(path("TCPconfig.json"), config));
-        if (!cell[1].isEmpty())
-            QVERIFY(cell[1].endsWith('/') ? QDir().mkpath(path(cell[1]))
-                                          : TestProgramDir::writeFile(path(cell[1]), "x"));
+        config.replace("%DEV%", QJsonDocument(device).toJson(QJsonDocument::Compact));
+        QVERIFY(config.isEmpty() || TestProgramDir::writeFile(path("TCPconfig.json"), config));
+        if (!obstacle.isEmpty())
+            QVERIFY(obstacle.endsWith('/') ? QDir().mkpath(path(obstacle))
+                                           : TestProgramDir::writeFile(path(obstacle), "x"));
 
         QProcess program;
-        if (cell[3] == "0") { // without the window there is nothing to serve: it says so and ends
+        if (headlessRefuses) { // without the window there is nothing to serve: it says so and ends
             start(program, QString());
-            QVERIFY(program.waitForFinished(15000) && program.exitCode() == 2);
+            QVERIFY(program.waitForFinished(15000));
+            QCOMPARE(program.exitCode(), 2);
             QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
         }
-        const QString window = start(program, "^Tapwright$"); // none shown: endsWell() cannot close it
-        QByteArrayList kept;                                  // every frame of the burst
-        if (cell[3] == "1") {
-            QTRY_COMPARE(camera.openCount(), 1);
+        // None shown: endsWell() cannot close it.
+        const QString window = start(program, "^Tapwright$", QStringList(path("elsewhere/tw")) + arguments);
+        QVERIFY(!cameraLate || camera.listen(port) == port);
+        QByteArrayList kept; // every frame of the burst
+        if (serves) {
+            QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, 10000);
             // One read of many frames: as cut by the chunk, only the first few of them are written.
             QByteArray burst;
             for (int i = 10; i < 40; ++i) {
@@ -83,19 +114,24 @@ private slots:
                 kept << "The package barcode info is :F-" + QByteArray::number(i);
             }
             camera.send(burst);
-            QTRY_VERIFY(FileProbe::textFiles(frames.path()).size() >= (options.isEmpty() ? 2 : 30));
+            QTRY_VERIFY(FileProbe::textFiles(frames.path()).size() >= (options.contains("KeepEveryFrame") ? 30 : 2));
         }
         QVERIFY(endsWell(program, window));
+        QCOMPARE(camera.acceptedCount(), int(serves)); // a failed open is not tried again
         const QByteArrayList written = FileProbe::textFileContents(frames.path());
-        QCOMPARE(written, kept.mid(0, options.isEmpty() ? std::min(int(written.size()), 29) : 30));
+        QCOMPARE(written, kept.mid(0, options.contains("KeepEveryFrame") ? 30 : std::min(int(written.size()), 29)));
 
         const QByteArray out = program.readAllStandardOutput();
-        QCOMPARE(4 * out.contains("reading.") + 2 * out.contains("Invalid JSON") + out.contains("writing."),
-                 cell[2].toInt());
-        QCOMPARE(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"), !cell[1].startsWith("Log"));
+        QStringList errorsFound;
+        for (const QString& error : { kUnreadable, kInvalid, kUnwritable })
+            if (out.contains(error.toUtf8()))
+                errorsFound << error;
+        QCOMPARE(errorsFound, errorsLogged);
+        QCOMPARE(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"), obstacle != "Log");
         const QJsonObject root = QJsonDocument::fromJson(FileProbe::readAll(path("TCPconfig.json"))).object();
-        QCOMPARE(root["page_Device1"].toObject()["Status"].toInt(), cell[3].toInt());
-        QVERIFY(cell[3] == "0" || root["page_Device1"].toObject() == device);
+        QCOMPARE(root["page_Device1"].toObject()["Status"].toInt(), storedStatus);
+        if (serves)
+            QCOMPARE(root["page_Device1"].toObject(), device);
     }
 
     // Without a display: the device stored open waits for its late camera and serves it; a second
@@ -125,8 +161,7 @@ private slots:
         QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
 
         // A second instance with a window tells the user, one without tells its error output; both end.
-        // Return is only pressed: the box closes at the press, before a release could reach it.
-        QProcess::execute("xdotool", { "keydown", "--window", start(second, "^Tip"), "Return" });
+        pressReturn(start(second, "^Tip"));
         start(third, QString());
         for (QProcess* refused : { &second, &third })
             QVERIFY(refused->waitForFinished(15000) && refused->exitCode() == 255
@@ -177,8 +212,8 @@ private slots:
                 && log.count("LOG FINALISED\n") == 2);
     }
 
-    // A second start brings the window that runs back from the tray, then says so and ends.
-    void secondStartBringsTheWindowBack()
+    // A second start leaves the window that runs alone, in the tray: it says so in a box and ends.
+    void secondStartLeavesTheFirstAlone()
     {
         FakeSystemTray panel;
         QProcess first, second;
@@ -188,18 +223,17 @@ private slots:
         const auto type = [&shown] { return xtool("-id " + shown() + " _NET_WM_WINDOW_TYPE", "xprop"); };
         QTRY_COMPARE(panel.dockRequests(), 1);
         // "Minimal enable" at the bottom right, then the title bar's minimise button: into the tray.
-        xtool(QString("mousemove --window %1 --sync 790 679 click 1 mousemove --window %1 --sync 852 14 click 1")
+        xtool(QString("mousemove --window %1 --sync 790 723 click 1 mousemove --window %1 --sync 852 14 click 1")
                   .arg(window));
         QTRY_VERIFY(type().contains("UTILITY"));
-        QProcess::execute("xdotool", { "keydown", "--window", start(second, "^Tip"), "Return" });
-        QVERIFY(second.waitForFinished(15000) && second.exitCode() == 255
-                && second.readAllStandardError().contains("already running"));
-        QVERIFY(type().contains("NORMAL") && !type().contains("UTILITY"));
+        const QString box = start(second, "^Tip$"); // titled exactly so
+        QVERIFY(!box.isEmpty());
+        pressReturn(box);
+        QVERIFY(second.waitForFinished(15000));
+        QCOMPARE(second.exitCode(), 255);
+        QVERIFY(second.readAllStandardError().contains("already running"));
+        QVERIFY(type().contains("UTILITY"));
         QVERIFY(QFile::exists(qEnvironmentVariable("XDG_CONFIG_HOME") + "/tapwright/language.ini"));
-        // Only this user may ask the window to come up.
-        const QFileInfo channel(qEnvironmentVariable("XDG_RUNTIME_DIR") + "/Tapwright.socket");
-        const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
-        QVERIFY(channel.exists() && !(channel.permissions() & others));
         QVERIFY(endsWell(first, shown()));
     }
 
@@ -221,6 +255,13 @@ private:
         process.start(command.takeFirst(), command);
         const QString search = "search --sync --all --onlyvisible --pid %1 --name %2";
         return title.isEmpty() ? "" : xtool(search.arg(process.processId()).arg(title)).section('\n', 0, 0);
+    }
+    // The box closes at the press, before a release could reach it; the key must not stay down for
+    // the next window.
+    static void pressReturn(const QString& window)
+    {
+        QProcess::execute("xdotool", { "keydown", "--window", window, "Return" });
+        QProcess::execute("xdotool", { "keyup", "Return" });
     }
     bool endsWell(QProcess& process, const QString& window)
     {
