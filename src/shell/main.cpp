@@ -15,6 +15,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QLoggingCategory>
 #include <QMessageBox>
 #include <QSettings>
 #include <QTranslator>
@@ -172,6 +173,9 @@ int main(int argc, char* argv[])
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION")) {
         qputenv("QT_XCB_GL_INTEGRATION", "none");
     }
+    // Traces stay off standard error unless asked for: QT_LOGGING_CONF and QT_LOGGING_RULES take
+    // precedence over these rules.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\ndefault.info=false"));
     // Headless runs, help and version need no display.
     const bool withoutWindow
         = hasArgument(argc, argv, { "--headless", "--help", "--help-all", "-h", "--version", "-v" });

@@ -139,6 +139,37 @@ private slots:
         QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
     }
 
+    // A headless run keeps its receive traces off standard error unless the user's rules ask for them.
+    void headlessTracesOnlyWhenAskedFor_data()
+    {
+        QTest::addColumn<QByteArray>("rules");
+        QTest::addColumn<bool>("traced");
+        QTest::newRow("by default") << QByteArray() << false;
+        QTest::newRow("QT_LOGGING_RULES") << QByteArray("default.debug=true;default.info=true") << true;
+    }
+
+    void headlessTracesOnlyWhenAskedFor()
+    {
+        QFETCH(QByteArray, rules);
+        QFETCH(bool, traced);
+        FakeCamera camera;
+        QTemporaryDir frames;
+        const QJsonObject root { { "page_Device1", TestProgramDir::clientDevice(1, camera.listen(), frames.path()) } };
+        QVERIFY(TestProgramDir::writeFile(path("TCPconfig.json"), QJsonDocument(root).toJson()));
+        rules.isEmpty() ? qunsetenv("QT_LOGGING_RULES") : qputenv("QT_LOGGING_RULES", rules);
+        QProcess program;
+        start(program, QString());
+        qunsetenv("QT_LOGGING_RULES");
+        QTRY_COMPARE(camera.openCount(), 1);
+        camera.send("[T]");
+        QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 1);
+        program.terminate();
+        QVERIFY(program.waitForFinished(15000) && program.exitCode() == 0);
+        const QByteArray errors = program.readAllStandardError();
+        QCOMPARE(errors.contains("onReceive data size: 3\n"), traced);
+        QVERIFY(!errors.contains("\n\n"));
+    }
+
     // Installed from the package, where it cannot write, the program keeps its settings in
     // $XDG_CONFIG_HOME/tapwright and its log in $XDG_STATE_HOME/tapwright, and serves as before.
     void runsFromThePackage()
