@@ -247,6 +247,43 @@ private slots:
         QTRY_COMPARE(camera.endedByPeerCount(), 1);
     }
 
+    // A camera that connects again from the address of the one connected, whose old connection never
+    // closed, takes its place when every frame is kept; otherwise it is turned away as before, as is
+    // any other address.
+    void cameraBackFromTheSameAddress_data()
+    {
+        QTest::addColumn<bool>("keepEveryFrame");
+        QTest::newRow("every frame kept") << true;
+        QTest::newRow("default") << false;
+    }
+
+    void cameraBackFromTheSameAddress()
+    {
+        QFETCH(bool, keepEveryFrame);
+        QTemporaryDir frames;
+        Device device;
+        device.settings().fileDir = frames.path();
+        connect(&device, &Device::message, &m_pane, &QTextEdit::append);
+        m_pane.clear();
+        FakeCamera dead, back, other;
+        const quint16 port = FakeCamera::freePort();
+        QVERIFY(device.open({ false, "127.0.0.1", QString::number(port), "[", "]", keepEveryFrame }));
+        QVERIFY(dead.connectToServer(port, "127.0.0.2"));
+        QTRY_VERIFY(m_pane.toPlainText().contains("Camera 127.0.0.2"));
+        QVERIFY(back.connectToServer(port, "127.0.0.2"));
+        back.send("[B]");
+        QTRY_COMPARE(dead.endedByPeerCount(), int(keepEveryFrame));
+        QTRY_COMPARE(back.endedByPeerCount(), int(!keepEveryFrame));
+        QVERIFY(other.connectToServer(port, "127.0.0.3"));
+        QTRY_COMPARE(other.endedByPeerCount(), 1);
+        const QByteArrayList kept { "The package barcode info is :B" };
+        QTRY_COMPARE(FileProbe::textFileContents(frames.path()), keepEveryFrame ? kept : QByteArrayList());
+        const QString again = "The camera 127.0.0.2 connected again; its earlier connection was closed.";
+        QCOMPARE(m_pane.toPlainText().count(again), int(keepEveryFrame));
+        device.close(true);
+        QCOMPARE(m_pane.toPlainText().count("disconnected"), 0);
+    }
+
     // A close ends a wait: the camera that comes up later is never called.
     void closeEndsTheWait()
     {
