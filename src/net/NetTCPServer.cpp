@@ -1,6 +1,7 @@
 #include "NetTCPServer.h"
 
 #include <QMessageLogger>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -15,14 +16,18 @@ namespace {
 
 constexpr std::int64_t kTurnAwayQuietMs = 60000;
 
+std::int64_t steadyMilliseconds()
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::int64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::atomic<NetTCPServer::Clock> turnAwayClock { steadyMilliseconds };
+
 } // namespace
 
 NetTCPServer::NetTCPServer(QObject* parent)
     : QObject(parent)
-    , clock([] {
-        const auto now = std::chrono::steady_clock::now().time_since_epoch();
-        return static_cast<std::int64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
-    })
 {
 }
 
@@ -132,10 +137,9 @@ void NetTCPServer::setReplaceSameCamera(bool replace)
     replaceSameCamera = replace;
 }
 
-void NetTCPServer::setClock(std::function<std::int64_t()> clock)
+void NetTCPServer::setClock(Clock clock)
 {
-    std::lock_guard<std::mutex> lock(sessionMutex);
-    this->clock = std::move(clock);
+    turnAwayClock = clock;
 }
 
 void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
@@ -177,7 +181,7 @@ void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
 
 void NetTCPServer::reportNotAllowed(const QString& ip, quint16 port)
 {
-    const std::int64_t now = clock();
+    const std::int64_t now = turnAwayClock.load()();
     const auto known = turnedAway.find(ip);
     if (known != turnedAway.end() && now - known->saidAt < kTurnAwayQuietMs) {
         ++known->unsaid;

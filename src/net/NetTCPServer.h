@@ -10,11 +10,11 @@
 #include <QString>
 #include <QVector>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 
-// The server role of a device: listens, takes one camera at a time and turns any other away,
-// hands the bytes to one callback and reports what happens as messages.
+// The server role of a device: listens, takes one camera at a time and turns any other away (or
+// lets the camera it serves replace its own connection), hands the bytes to one callback and
+// reports what happens as messages.
 class NetTCPServer : public QObject, public Velko::Wirelet::ISessionServerSink
 {
     Q_OBJECT
@@ -35,8 +35,9 @@ public:
     // When set, a camera that connects from the address of the one connected takes its place: one
     // that lost power left a connection that only keepalive would end, and its frames meanwhile.
     void setReplaceSameCamera(bool replace);
-    // Monotonic milliseconds that space the turn-away messages; tests give their own.
-    void setClock(std::function<std::int64_t()> clock);
+    // Monotonic milliseconds that space the turn-away messages of every server; tests give their own.
+    using Clock = std::int64_t (*)();
+    static void setClock(Clock clock);
 
     void onConnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session) override;
     void onDisconnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session, std::int32_t reason) override;
@@ -66,7 +67,6 @@ private:
     QHostAddress allowedCamera;
     bool replaceSameCamera = false;
     QHash<QString, TurnedAway> turnedAway;
-    std::function<std::int64_t()> clock;
     // The listener a move opens; until the move is done the sink serves both, and turns cameras away.
     Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionServer> moving;
     QByteArray peerIP;

@@ -191,49 +191,6 @@ private slots:
         QCOMPARE(server ? listener->open("127.0.0.1", portText) : client->open("127.0.0.1", portText), 0);
     }
 
-    // A server with an allowed camera says at once that another address was turned away, then at most
-    // once a minute for that address, counting the attempts since it last said so.
-    void turnAwaysSaidOnceAMinute_data()
-    {
-        QTest::addColumn<QStringList>("from");
-        QTest::addColumn<QList<int>>("seconds");
-        QTest::addColumn<QStringList>("messages");
-        const QString two = "127.0.0.2", three = "127.0.0.3";
-        const QString first = "The camera 127.0.0.%1:PORT is not the allowed camera 127.0.0.1; it was turned away.";
-        const QString counted = "The camera 127.0.0.2 is not the allowed camera 127.0.0.1; %1 of its connections were "
-                                "turned away since the last message.";
-        QTest::newRow("a minute from the last message")
-            << QStringList { two, two, two, two, two, two } << QList<int> { 0, 1, 60, 61, 119, 120 }
-            << QStringList { first.arg(2), counted.arg(2), counted.arg(3) };
-        QTest::newRow("a lone retry") << QStringList { two, two } << QList<int> { 0, 61 }
-                                      << QStringList { first.arg(2), first.arg(2) };
-        QTest::newRow("each address its own") << QStringList { two, three, two, three } << QList<int> { 0, 1, 2, 59 }
-                                              << QStringList { first.arg(2), first.arg(3) };
-    }
-
-    void turnAwaysSaidOnceAMinute()
-    {
-        QFETCH(QStringList, from);
-        QFETCH(QList<int>, seconds);
-        QFETCH(QStringList, messages);
-        std::atomic<std::int64_t> now { 0 };
-        NetTCPServer listener(nullptr);
-        listener.setClock([&now] { return now.load(); });
-        listener.setAllowedCamera("127.0.0.1");
-        connect(&listener, &NetTCPServer::sendMsgSig, this, &tst_Net::note);
-        const quint16 port = FakeCamera::freePort();
-        QCOMPARE(listener.open("127.0.0.1", QString::number(port)), 0);
-        FakeCamera knocker;
-        for (int i = 0; i < seconds.size(); ++i) {
-            now = seconds[i] * 1000;
-            QVERIFY(knocker.connectToServer(port, from[i]));
-            QTRY_COMPARE(knocker.endedByPeerCount(), i + 1);
-        }
-        QCoreApplication::processEvents(); // each message was queued before its connection ended
-        m_messages.replaceInStrings(QRegularExpression(":\\d+ "), ":PORT ");
-        QCOMPARE(m_messages.mid(1), messages);
-    }
-
 private:
     void note(const QString& msg) { m_messages.append(msg); }
 
