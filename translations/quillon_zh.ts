@@ -128,6 +128,14 @@
         <source>The camera %1:%2 is not the allowed camera %3; it was turned away.</source>
         <translation>相机 %1:%2 不是允许的相机 %3，已拒绝连接。</translation>
     </message>
+    <message>
+        <source>The camera %1 connected again; its earlier connection was closed.</source>
+        <translation>相机 %1 已重新连接；它之前的连接已关闭。</translation>
+    </message>
+    <message>
+        <source>The camera %1 is not the allowed camera %2; %3 of its connections were turned away since the last message.</source>
+        <translation>相机 %1 不是允许的相机 %2，自上一条消息以来已拒绝它的 %3 次连接。</translation>
+    </message>
 </context>
 <context>
     <name>NetTcpClient</name>

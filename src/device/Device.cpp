@@ -104,6 +104,7 @@ bool Device::open(const Fields& fields)
     m_address = fields.ip;
     m_port = fields.port;
     m_server->setAllowedCamera(fields.allowedCamera);
+    m_server->setReplaceSameCamera(fields.keepEveryFrame);
     // A camera may send the moment it is connected; a worker that keeps every frame is there first.
     if (fields.keepEveryFrame) {
         startWorker(fields);

@@ -35,7 +35,7 @@ bool Logger::open(const std::string& path)
             return false;
         }
         self.path = path;
-        self.file.open(path, std::ios::out | std::ios::app);
+        self.openFile();
         self.opened = true;
     }
     write(LOG_INFO, "LOG INITIALISED");
@@ -54,6 +54,7 @@ bool Logger::close()
     write(LOG_INFO, "LOG FINALISED");
     std::lock_guard<std::mutex> lock(self.mutex);
     self.file.close();
+    self.closed = true;
     return true;
 }
 
@@ -234,6 +235,36 @@ void Logger::writeLine(const char* format, ...)
     std::fputs(line, stdout);
     std::fputc('\n', stdout);
     std::fflush(stdout);
-    self.file << line << '\n';
+    if (!self.opened || self.closed) {
+        return;
+    }
+    self.reopenAfterFailedWrite();
+    // After a failure the file may end in part of a lost line; the next line starts on its own.
+    const std::string text = (self.failing ? "\n" : "") + std::string(line) + '\n';
+    self.file.write(text.data(), static_cast<std::streamsize>(text.size()));
     self.file.flush();
+    if (self.file.fail() && !self.failing) {
+        std::fprintf(stderr,
+                     "tapwright: the log file %s cannot be written; its lines are lost until it can.\n",
+                     self.path.c_str());
+    }
+    self.failing = self.file.fail();
+}
+
+void Logger::openFile()
+{
+    // Unbuffered, each line one write: a line the disk cannot take is not kept to land later.
+    file.rdbuf()->pubsetbuf(nullptr, 0);
+    file.open(path, std::ios::out | std::ios::app);
+}
+
+void Logger::reopenAfterFailedWrite()
+{
+    // A stream that failed writes nothing more until it is cleared; the file may be gone, too.
+    if (!file.fail()) {
+        return;
+    }
+    file.close();
+    file.clear();
+    openFile();
 }

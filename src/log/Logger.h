@@ -18,7 +18,8 @@ enum LogLevel : std::int32_t
 };
 
 // The process-wide log: every line goes to standard output and then to one file, each flushed
-// before the write returns. Lives in static storage and writes its last line at process exit.
+// before the write returns. A line the file cannot take (a full disk) is lost from the file only;
+// the next line tries the file again. Lives in static storage and writes its last line at process exit.
 class Logger
 {
 public:
@@ -56,12 +57,17 @@ private:
     static bool write(LogLevel level, const std::string& message);
     static bool writeFormatted(LogLevel level, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
     static void writeLine(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    void openFile();
+    void reopenAfterFailedWrite();
 
     static constexpr int kLineBufferSize = 512;
     static constexpr int kTimeBufferSize = 21;
 
     std::atomic<LogLevel> level { LOG_INFO };
     bool opened = false;
+    bool closed = false;
+    // Set from a failed write until a line reaches the file again; the console hears of it once.
+    bool failing = false;
     std::string path;
     std::vector<std::string> scopes;
     std::ofstream file;

@@ -1,6 +1,8 @@
 #include "NetTCPServer.h"
 
 #include <QMessageLogger>
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <memory>
 
@@ -9,6 +11,20 @@ using Velko::Wirelet::CMemoryPacket;
 using Velko::Wirelet::CSessionFactory;
 using Velko::Wirelet::ISession;
 using Velko::Wirelet::ISessionServer;
+
+namespace {
+
+constexpr std::int64_t kTurnAwayQuietMs = 60000;
+
+std::int64_t steadyMilliseconds()
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::int64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::atomic<NetTCPServer::Clock> turnAwayClock { steadyMilliseconds };
+
+} // namespace
 
 NetTCPServer::NetTCPServer(QObject* parent)
     : QObject(parent)
@@ -112,6 +128,18 @@ void NetTCPServer::setAllowedCamera(const QString& address)
 {
     std::lock_guard<std::mutex> lock(sessionMutex);
     allowedCamera = address.isEmpty() ? QHostAddress() : QHostAddress(address);
+    turnedAway.clear();
+}
+
+void NetTCPServer::setReplaceSameCamera(bool replace)
+{
+    std::lock_guard<std::mutex> lock(sessionMutex);
+    replaceSameCamera = replace;
+}
+
+void NetTCPServer::setClock(Clock clock)
+{
+    turnAwayClock = clock;
 }
 
 void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
@@ -125,17 +153,22 @@ void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
         return;
     }
     const auto remote = session->getRemoteAddress();
-    if (!allowedCamera.isNull() && !allowedCamera.isEqual(QHostAddress(QString(remote->getIP())))) {
+    const QString ip(remote->getIP());
+    if (!allowedCamera.isNull() && !allowedCamera.isEqual(QHostAddress(ip))) {
+        // Said before the removal is posted: whoever sees the connection end finds the message queued.
+        reportNotAllowed(ip, remote->getPort());
         server->removeSession(session);
-        emit sendMsgSig(tr("The camera %1:%2 is not the allowed camera %3; it was turned away.")
-                            .arg(QString(remote->getIP()))
-                            .arg(remote->getPort())
-                            .arg(allowedCamera.toString()));
         return;
     }
     if (!sessions.isEmpty()) {
-        server->removeSession(session);
-        return;
+        if (!replaceSameCamera || !QHostAddress(ip).isEqual(QHostAddress(QString(peerIP)))) {
+            server->removeSession(session);
+            return;
+        }
+        // The old session's own disconnect comes later, finds it gone from sessions and says nothing.
+        server->removeSession(sessions.first());
+        sessions.clear();
+        emit sendMsgSig(tr("The camera %1 connected again; its earlier connection was closed.").arg(ip));
     }
     server->addSession(session);
     sessions.append(session);
@@ -144,6 +177,29 @@ void NetTCPServer::onConnected(TSharedPtr<ISession>& session)
     if (!peerIP.isEmpty()) {
         emit sendMsgSig(tr("Camera %1:%2 connected to the server successfully!").arg(QString(peerIP)).arg(peerPort));
     }
+}
+
+void NetTCPServer::reportNotAllowed(const QString& ip, quint16 port)
+{
+    const std::int64_t now = turnAwayClock.load()();
+    const auto known = turnedAway.find(ip);
+    if (known != turnedAway.end() && now - known->saidAt < kTurnAwayQuietMs) {
+        ++known->unsaid;
+        return;
+    }
+    const int unsaid = known == turnedAway.end() ? 0 : known->unsaid;
+    turnedAway.insert(ip, { now, 0 });
+    if (unsaid == 0) {
+        emit sendMsgSig(tr("The camera %1:%2 is not the allowed camera %3; it was turned away.")
+                            .arg(ip)
+                            .arg(port)
+                            .arg(allowedCamera.toString()));
+        return;
+    }
+    emit sendMsgSig(tr("The camera %1 is not the allowed camera %2; %3 of its connections were turned away since "
+                       "the last message.")
+                        .arg(ip, allowedCamera.toString())
+                        .arg(unsaid + 1));
 }
 
 void NetTCPServer::onDisconnected(TSharedPtr<ISession>& session, std::int32_t)
@@ -167,7 +223,7 @@ void NetTCPServer::onReceive(TSharedPtr<ISession>&, TSharedPtr<CMemoryPacket>& p
     if (size <= 0) {
         return;
     }
-    QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).info("onReceive data size: %d\n", size);
+    QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).info("onReceive data size: %d", size);
     // The extra zero lets the receiver read the chunk as a zero-terminated string.
     std::unique_ptr<char[]> copy(new char[size + 1]());
     std::memcpy(copy.get(), packet->getBufferPtr(), static_cast<std::size_t>(size));

@@ -4,6 +4,7 @@
 #include "Wirelet.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QHostAddress>
 #include <QObject>
 #include <QString>
@@ -11,8 +12,9 @@
 #include <cstdint>
 #include <mutex>
 
-// The server role of a device: listens, takes one camera at a time and turns any other away,
-// hands the bytes to one callback and reports what happens as messages.
+// The server role of a device: listens, takes one camera at a time and turns any other away (or
+// lets the camera it serves replace its own connection), hands the bytes to one callback and
+// reports what happens as messages.
 class NetTCPServer : public QObject, public Velko::Wirelet::ISessionServerSink
 {
     Q_OBJECT
@@ -30,6 +32,12 @@ public:
     int send(const char* data, std::uint32_t size);
     // When set, a camera from any other address is turned away; empty takes the first camera.
     void setAllowedCamera(const QString& address);
+    // When set, a camera that connects from the address of the one connected takes its place: one
+    // that lost power left a connection that only keepalive would end, and its frames meanwhile.
+    void setReplaceSameCamera(bool replace);
+    // Monotonic milliseconds that space the turn-away messages of every server; tests give their own.
+    using Clock = std::int64_t (*)();
+    static void setClock(Clock clock);
 
     void onConnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session) override;
     void onDisconnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session, std::int32_t reason) override;
@@ -41,6 +49,15 @@ signals:
     void sendMsgSig(QString msg);
 
 private:
+    // Under sessionMutex. Says at most once a minute per address that a camera was turned away.
+    void reportNotAllowed(const QString& ip, quint16 port);
+
+    struct TurnedAway
+    {
+        std::int64_t saidAt = 0;
+        int unsaid = 0;
+    };
+
     Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionServer> server;
     QVector<Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>> sessions;
     std::mutex sessionMutex;
@@ -48,6 +65,8 @@ private:
     DataCallback dataCallback = nullptr;
     void* dataContext = nullptr;
     QHostAddress allowedCamera;
+    bool replaceSameCamera = false;
+    QHash<QString, TurnedAway> turnedAway;
     // The listener a move opens; until the move is done the sink serves both, and turns cameras away.
     Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionServer> moving;
     QByteArray peerIP;

@@ -1,5 +1,6 @@
 #include "NetTcpClient.h"
 
+#include <QMessageLogger>
 #include <cstring>
 #include <memory>
 
@@ -110,6 +111,7 @@ void NetTcpClient::onReceive(TSharedPtr<ISessionClient>&, TSharedPtr<CMemoryPack
     if (size <= 0) {
         return;
     }
+    QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).info("onReceive data size: %d", size);
     // The extra zero lets the receiver read the chunk as a zero-terminated string.
     std::unique_ptr<char[]> copy(new char[size + 1]());
     std::memcpy(copy.get(), packet->getBufferPtr(), static_cast<std::size_t>(size));

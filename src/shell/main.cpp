@@ -14,6 +14,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QLoggingCategory>
 #include <QMessageBox>
 #include <QSettings>
 #include <QTranslator>
@@ -164,6 +165,9 @@ int main(int argc, char* argv[])
     if (!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION")) {
         qputenv("QT_XCB_GL_INTEGRATION", "none");
     }
+    // Traces stay off standard error unless asked for: QT_LOGGING_CONF and QT_LOGGING_RULES take
+    // precedence over these rules.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false\ndefault.info=false"));
     // Headless runs, help and version need no display.
     const bool withoutWindow
         = hasArgument(argc, argv, { "--headless", "--help", "--help-all", "-h", "--version", "-v" });

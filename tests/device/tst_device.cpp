@@ -3,11 +3,14 @@
 #include "FileProbe.h"
 #include "LocalIPv4.h"
 #include "Logger.h"
+#include "NetTCPServer.h"
 #include "TCPSettingWidget.h"
 
 #include <QtNetwork>
 #include <QtTest>
 #include <QtWidgets>
+
+static std::atomic<std::int64_t> s_now { 0 }; // the servers' clock, in milliseconds
 
 // The address the server role should offer, from the lists the page consults.
 static QString serverAddress()
@@ -96,14 +99,16 @@ private slots:
         QTRY_COMPARE(client.endedByPeerCount(), 1);
     }
 
-    // A server with an allowed camera turns every other address away and says so; one that types
-    // without it says once at open that any camera can type.
+    // A server with an allowed camera turns every other address away and says so; with every frame
+    // kept, the camera back from the address it serves takes the place of its dead connection (by
+    // default it is turned away, as in tst_net). One that types without it says once at open that
+    // any camera can type.
     void serverTakesOnlyTheAllowedCamera()
     {
         QTemporaryDir frames;
-        FakeCamera stranger, allowed;
+        FakeCamera stranger, allowed, back;
         const quint16 port = FakeCamera::freePort();
-        m_page->setSettings({ 0, 1, QString::number(port), "", frames.path(), "#", "$" });
+        m_page->setSettings({ 0, 1, QString::number(port), "", frames.path(), "#", "$", true }); // every frame kept
         QCOMPARE(m_page->findChild<QLineEdit*>("lineEdit_IP")->text(), serverAddress());
         m_page->findChild<QLineEdit*>("lineEdit_IP")->setText("127.0.0.1");
         auto* allowedCamera = m_page->findChild<QLineEdit*>("lineEditAllowedCamera");
@@ -113,13 +118,30 @@ private slots:
                  "Enter the allowed camera as an IP address, or leave it empty!Open 0 10 TCP Server");
         allowedCamera->setText(" 127.0.0.2");
         press();
-        QVERIFY(stranger.connectToServer(port));
-        QTRY_COMPARE(stranger.endedByPeerCount(), 1);
+        // Said at once for an address, then at most once a minute with the attempts counted.
+        NetTCPServer::setClock([] { return s_now.load(); });
+        const int knocks[][2] { { 1, 0 }, { 1, 59999 }, { 3, 59999 }, { 1, 60000 } }; // 127.0.0.x at ms
+        QList<quint16> ports;
+        for (const auto& [x, at] : knocks) {
+            s_now = at;
+            QVERIFY(stranger.connectToServer(port, QString("127.0.0.%1").arg(x)));
+            ports << stranger.localPort();
+            QTRY_COMPARE(stranger.endedByPeerCount(), ports.size());
+        }
+        const QString away = "The camera %1:%2 is not the allowed camera 127.0.0.2; it was turned away.";
+        const QString counted = "The camera 127.0.0.1 is not the allowed camera 127.0.0.2; 2 of its connections were "
+                                "turned away since the last message.";
+        const QStringList said { away.arg("127.0.0.1").arg(ports[0]), away.arg("127.0.0.3").arg(ports[2]), counted };
+        QTRY_COMPARE(m_pane.toPlainText().split('\n').filter("allowed camera 127.0.0.2"), said);
         QVERIFY(allowed.connectToServer(port, "127.0.0.2"));
         allowed.send("#A$");
         QTRY_COMPARE(FileProbe::textFileContents(frames.path()).join(), QByteArray("The package barcode info is :A"));
-        const QString away = "The camera 127.0.0.1:%1 is not the allowed camera 127.0.0.2; it was turned away.";
-        QVERIFY(m_pane.toPlainText().contains(away.arg(stranger.localPort())));
+        // Every frame kept, the allowed camera back while its old connection hangs takes its place.
+        QVERIFY(back.connectToServer(port, "127.0.0.2"));
+        back.send("#B$");
+        QTRY_COMPARE(allowed.endedByPeerCount(), 1);
+        QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 2);
+        QCOMPARE(m_pane.toPlainText().count("camera 127.0.0.2 connected again; its earlier connection was closed."), 1);
         press();
 
         allowedCamera->clear();
@@ -127,6 +149,9 @@ private slots:
         press();
         QVERIFY(stranger.connectToServer(port));
         QTRY_VERIFY(m_pane.toPlainText().contains("Camera 127.0.0.1"));
+        QVERIFY(back.connectToServer(port, "127.0.0.3")); // another address, with every frame kept too
+        QTRY_COMPARE(back.endedByPeerCount(), 2);
+        QCOMPARE(m_pane.toPlainText().count("disconnected"), 0);
         QCOMPARE(m_pane.toPlainText().count("Any camera that connects to this server can type"), 1);
         QCOMPARE(m_page->getSettings().allowedCamera + state(), QStringLiteral("Close 1 1 TCP Server"));
     }

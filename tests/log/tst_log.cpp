@@ -51,6 +51,9 @@ public:
         // A copy started with "--log <path>" writes that log and ends there.
         if (QCoreApplication::arguments().value(1) == "--log")
             writeLog(QCoreApplication::arguments().value(2).toStdString());
+        // One started with "--full-disk" in a full tmpfs of its own opens its log, frees space and writes.
+        if (QCoreApplication::arguments().value(1) == "--full-disk")
+            std::exit(Logger::open("log") && QFile::remove("filler") && Logger::info("space again") ? 0 : 1);
         // Copies run under German, where "%X %x" reads "14:03:07 21.06.24"; the log must not follow.
         QProcess::execute("localedef", { "-i", "de_DE", "-f", "UTF-8", m_dir.filePath("de_DE.UTF-8") });
         qputenv("LOCPATH", QFile::encodeName(m_dir.path()));
@@ -86,6 +89,19 @@ private slots:
             lines += "INFO  - " + QByteArray(200, "AB"[i / 300]) + QByteArray::number(i % 300) + '\n';
         QCOMPARE(unstamped(log.readAll()), unstamped(lines));
         QCOMPARE(unstamped(out + child.readAllStandardOutput()), unstamped("INFO  - before open\n" + lines));
+    }
+
+    // Lines that find the disk full are lost; the first once space is back is written, on a line of its own.
+    void logWritesAgainOnceTheDiskHasSpace()
+    {
+        const QString script = "mount -t tmpfs -o size=16k tmpfs \"$1\" && cd \"$1\" && head -c 16k /dev/zero >filler; "
+                               "\"$0\" --full-disk 2>&1 >/dev/null; cut -d' ' -f3- log"; // the log without time stamps
+        QProcess child;
+        child.start("unshare", { "-r", "-m", "sh", "-c", script, qApp->applicationFilePath(), m_dir.path() });
+        QVERIFY(child.waitForFinished());
+        QCOMPARE(child.readAll(),
+                 "tapwright: the log file log cannot be written; its lines are lost until it can.\n"
+                 "\nINFO  - space again\nINFO  - LOG FINALISED\n");
     }
 
     void oldTextFilesGo()

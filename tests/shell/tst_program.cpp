@@ -169,6 +169,7 @@ private slots:
         program.terminate();
         QVERIFY(program.waitForFinished(15000) && program.exitCode() == 0);
         out += program.readAllStandardOutput();
+        QVERIFY(!program.readAllStandardError().contains("onReceive")); // traces only when asked for
         QVERIFY(out.contains(" page_Device1 127.0.0.1:" + QByteArray::number(port) + " : This device is successfully"));
         QVERIFY(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"));
         QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
@@ -201,11 +202,14 @@ private slots:
         QVERIFY(written != stored && written["page_Device1"] == device); // rewritten at close
         QVERIFY(QFileInfo(config + "/Conf/language.ini").isFile());      // seeded
 
-        // Without a window it serves the device of the same settings.
-        start(headless, QString(), command);
-        QTRY_COMPARE(camera.acceptedCount(), 2);
+        // Without a window it serves the device of the same settings, with the traces the user asks for.
+        camera.greetWith("[PKG-2]");
+        start(headless, "", QStringList { "env", "QT_LOGGING_RULES=default.debug=true;default.info=true" } + command);
+        QTRY_COMPARE(FileProbe::textFiles(home.path()).size(), 2);
         headless.terminate();
         QVERIFY(headless.waitForFinished(15000) && headless.exitCode() == 0);
+        QVERIFY(
+            QString(headless.readAllStandardError()).contains(QRegularExpression("onReceive data size: 7\n(?!\n)")));
         const QString place = "[INFO] Settings in %1, logs in %2: the program directory %3 cannot be written.";
         const QByteArray log = FileProbe::readAll(logs + "/" + logName());
         QVERIFY(log.split('\n').value(1).endsWith(place.arg(config, logs, root.filePath("usr/lib/tapwright")).toUtf8())
