@@ -115,12 +115,11 @@ void FrameFileWriter::recover()
         }
     }
     if (recovered + removed > 0) {
-        Logger::info(
-            QString("[INFO] Found unfinished frame files in %1: recovered %2 complete frames, removed %3 cut ones.")
-                .arg(m_dir)
-                .arg(recovered)
-                .arg(removed)
-                .toStdString());
+        Logger::info(QString("[INFO] Unfinished frame files in %1: %2 complete ones recovered, %3 cut ones removed.")
+                         .arg(m_dir)
+                         .arg(recovered)
+                         .arg(removed)
+                         .toStdString());
     }
 }
 

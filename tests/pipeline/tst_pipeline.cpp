@@ -1,6 +1,8 @@
 #include "FileProbe.h"
 #include "RecordingKeyInjector.h"
 #include "ScratchWorker.h"
+#include "TestProgramDir.h"
+#include "Unshared.h"
 
 #include <QtTest>
 #include <initializer_list>
@@ -37,12 +39,6 @@ QString chord(std::initializer_list<int> keys)
         up << QString("%1 up").arg(key);
     }
     return "keys " + (down + up).join(", ");
-}
-
-bool leave(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
 }
 
 // Exactly one worker read, so what follows it in the same push is a chunk of its own.
@@ -292,33 +288,25 @@ private slots:
         QTest::addColumn<QString>("reason");
         // 16 KiB files until the disk takes no more, whether space or inodes run out first.
         const QString fill = R"(i=0; while head -c 16384 /dev/zero >"$0/fill$i"; do i=$((i+1)); done 2>/dev/null)";
-        QTest::newRow("disk full") << "size=64k" << fill << R"(rm "$0"/fill*)"
-                                   << "no space left on the disk";
-        QTest::newRow("no inodes") << "nr_inodes=16" << fill << R"(rm "$0"/fill*)"
-                                   << "no space left on the disk";
-        QTest::newRow("directory removed") << "size=64k"
-                                           << R"(rm -r "$0/frames")"
-                                           << "true"
-                                           << "the directory is gone";
-        QTest::newRow("read-only") << "size=64k"
-                                   << R"(mount -o remount,ro "$0")"
-                                   << R"(mount -o remount,rw "$0")"
+        const QString unfill = R"(rm "$0"/fill*)", remount = R"(mount -o remount,%1 "$0")", rm = R"(rm -r "$0/frames")";
+        const QString full = "no space left on the disk", gone = "the directory is gone";
+        QTest::newRow("disk full") << "size=64k" << fill << unfill << full;
+        QTest::newRow("no inodes") << "nr_inodes=16" << fill << unfill << full;
+        QTest::newRow("directory removed") << "size=64k" << rm << "true" << gone;
+        QTest::newRow("read-only") << "size=64k" << remount.arg("ro") << remount.arg("rw")
                                    << "no permission to write there";
     }
 
     void keptFramesWaitForTheDisk()
     {
-        if (qEnvironmentVariableIsEmpty("TAPWRIGHT_PRIVATE_MOUNTS"))
-            return inPrivateMounts();
+        if (!Unshared::inside())
+            return Unshared::rerun({ "-r", "-m" });
         QFETCH(QString, mountOptions);
         QFETCH(QString, trouble);
         QFETCH(QString, mend);
         QFETCH(QString, reason);
         QTemporaryDir disk;
         QCOMPARE(QProcess::execute("mount", { "-t", "tmpfs", "-o", mountOptions, "tmpfs", disk.path() }), 0);
-        const auto run = [&disk](const QString& script) {
-            return QProcess::execute("sh", { "-c", script, disk.path() });
-        };
         ScratchWorker worker;
         const QString dir = disk.filePath("frames");
         QVERIFY(QDir().mkpath(dir));
@@ -327,27 +315,23 @@ private slots:
         QStringList notices;
         connect(&worker.thread, &DataThread::writingNotice, [&notices](const QString& text) { notices << text; });
         QVERIFY(worker.thread.startThread());
-        QCOMPARE(run(trouble), 0);
+        QCOMPARE(QProcess::execute("sh", { "-c", trouble, disk.path() }), 0);
         QVERIFY(worker.push("#A$#B$"));
         const QString stopped = "Frames cannot be written to %1: %2. They wait in memory and are written as soon as "
                                 "the disk takes them again.";
         QTRY_COMPARE_WITH_TIMEOUT(notices, QStringList { stopped.arg(dir, reason) }, kWaitMs);
         QVERIFY(worker.push("#C$"));
         QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList());
-        QCOMPARE(run(mend), 0);
+        QCOMPARE(QProcess::execute("sh", { "-c", mend, disk.path() }), 0);
         const QByteArray prefix = "The package barcode info is :";
         QTRY_COMPARE_WITH_TIMEOUT(
             FileProbe::textFileContents(dir), (QByteArrayList { prefix + "A", prefix + "B", prefix + "C" }), kWaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(notices.size(), 2, kWaitMs);
-        QCOMPARE(notices.last(),
-                 QString("Frames are written to %1 again; the 3 frames that waited are saved.").arg(dir));
-        QCOMPARE(QDir(dir).entryList({ ".*" }, QDir::Files | QDir::Hidden), QStringList());
-        QCOMPARE(
-            ScratchWorker::logSince(),
-            (QStringList { QString("[INFO] Frames cannot be written to %1: %2. They wait in memory, up to 67108864 "
-                                   "bytes or 1000000 frames, and are written when the disk takes them again.")
-                               .arg(dir, reason),
-                           QString("[INFO] Frames are written to %1 again; 3 frames waited.").arg(dir) }));
+        const QString resumed = "Frames are written to %1 again; the 3 frames that waited are saved.";
+        QTRY_COMPARE_WITH_TIMEOUT(notices, (QStringList { stopped.arg(dir, reason), resumed.arg(dir) }), kWaitMs);
+        const QString logged = "[INFO] Frames cannot be written to %1: %2. They wait in memory, up to 67108864 bytes "
+                               "or 1000000 frames, and are written when the disk takes them again.";
+        const QString back = "[INFO] Frames are written to %1 again; 3 frames waited.";
+        QCOMPARE(ScratchWorker::logSince(), (QStringList { logged.arg(dir, reason), back.arg(dir) }));
     }
 
     // At the start of a worker that keeps every frame, what a crash left under a temporary name.
@@ -358,27 +342,20 @@ private slots:
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<QStringList>("taken");
         QTest::addColumn<QStringList>("files");
-        QTest::addColumn<QByteArrayList>("frames");
         QTest::addColumn<QStringList>("logged");
         const QString left = ".20260101_120000_000-999999999-7-33.part"; // no process has so large an id
         const QString name = "20260101_120000_000.txt", running = ".20260101_120000_000-%1-7-33.part";
-        const QByteArray whole = "The package barcode info is :ABCD";
-        const QString found
-            = "[INFO] Found unfinished frame files in %3: recovered %1 complete frames, removed %2 cut ones.";
-        QTest::newRow("complete") << true << left << whole << QStringList() << QStringList { name }
-                                  << QByteArrayList { "ABCD" } << QStringList { found.arg(1).arg(0) };
-        QTest::newRow("cut") << true << left << whole.left(32) << QStringList() << QStringList() << QByteArrayList()
-                             << QStringList { found.arg(0).arg(1) };
-        QTest::newRow("name taken") << true << left << whole << QStringList { name }
-                                    << QStringList { name, "20260101_120000_000_1.txt" }
-                                    << QByteArrayList { "old", "ABCD" } << QStringList { found.arg(1).arg(0) };
-        QTest::newRow("foreign") << true << ".notes.part" << whole.left(3) << QStringList()
-                                 << QStringList { ".notes.part" } << QByteArrayList() << QStringList();
         const QString ours = running.arg(QCoreApplication::applicationPid());
-        QTest::newRow("a running writer's") << true << ours << whole.left(3) << QStringList() << QStringList { ours }
-                                            << QByteArrayList() << QStringList();
-        QTest::newRow("frames cut by the chunk")
-            << false << left << whole << QStringList() << QStringList { left } << QByteArrayList() << QStringList();
+        const QByteArray whole = "The package barcode info is :ABCD";
+        const QString found = "[INFO] Unfinished frame files in %3: %1 complete ones recovered, %2 cut ones removed.";
+        const QStringList none, recovered { found.arg(1).arg(0) }, removed { found.arg(0).arg(1) };
+        QTest::newRow("complete") << true << left << whole << none << QStringList { name } << recovered;
+        QTest::newRow("cut") << true << left << whole.left(32) << none << none << removed;
+        QTest::newRow("name taken") << true << left << whole << QStringList { name }
+                                    << QStringList { name, "20260101_120000_000_1.txt" } << recovered;
+        QTest::newRow("foreign") << true << ".notes.part" << whole << none << QStringList { ".notes.part" } << none;
+        QTest::newRow("a running writer's") << true << ours << whole.left(3) << none << QStringList { ours } << none;
+        QTest::newRow("frames cut by the chunk") << false << left << whole << none << QStringList { left } << none;
     }
 
     void unfinishedFramesAreRecovered()
@@ -388,17 +365,15 @@ private slots:
         QFETCH(QByteArray, content);
         QFETCH(QStringList, taken);
         QFETCH(QStringList, files);
-        QFETCH(QByteArrayList, frames);
         QFETCH(QStringList, logged);
         ScratchWorker worker;
         for (const QString& name : taken)
-            QVERIFY(leave(worker.dir() + "/" + name, "old"));
-        QVERIFY(leave(worker.dir() + "/" + part, content));
+            QVERIFY(TestProgramDir::writeFile(worker.dir() + "/" + name, "old"));
+        QVERIFY(TestProgramDir::writeFile(worker.dir() + "/" + part, content));
         worker.thread.setKeepEveryFrame(keep);
         QVERIFY(worker.thread.startThread());
         QVERIFY(worker.thread.stopThread()); // the worker looks before it takes in anything
         QCOMPARE(QDir(worker.dir()).entryList(QDir::Files | QDir::Hidden), files);
-        QCOMPARE(worker.frames(), frames);
         QCOMPARE(ScratchWorker::logSince(), logged.replaceInStrings("%3", worker.dir()));
     }
 
@@ -515,25 +490,6 @@ private slots:
     }
 
 private:
-    // Runs the calling row again as root of its own user and mount namespace, where it may mount a disk.
-    void inPrivateMounts()
-    {
-        if (QProcess::execute("unshare", { "-r", "-m", "true" }) != 0)
-            QSKIP("This machine cannot make a user namespace (unshare -r -m).");
-        QTemporaryDir scratch; // the child's own log and mount points
-        QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("TAPWRIGHT_PRIVATE_MOUNTS", "1");
-        environment.insert("TMPDIR", scratch.path());
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::MergedChannels);
-        const QString row = QString("%1:%2").arg(QTest::currentTestFunction(), QTest::currentDataTag());
-        child.start("unshare", { "-r", "-m", QCoreApplication::applicationFilePath(), row });
-        QVERIFY(child.waitForFinished(60000));
-        const QByteArray output = child.readAll();
-        QVERIFY2(child.exitCode() == 0 && output.contains("Totals: 3 passed"), output.constData());
-    }
-
     void startTyping(const QByteArray& input, KeyInjector* injector)
     {
         m_worker->thread.setKeyInjector(injector);
