@@ -313,7 +313,7 @@ private slots:
         worker.thread.setFileDir(dir);
         worker.thread.setKeepEveryFrame(true);
         QStringList notices;
-        connect(&worker.thread, &DataThread::writingNotice, [&notices](const QString& text) { notices << text; });
+        connect(&worker.thread, &DataThread::writingNotice, this, [&notices](const QString& text) { notices << text; });
         QVERIFY(worker.thread.startThread());
         QCOMPARE(QProcess::execute("sh", { "-c", trouble, disk.path() }), 0);
         QVERIFY(worker.push("#A$#B$"));
