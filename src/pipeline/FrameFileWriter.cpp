@@ -97,14 +97,14 @@ FrameFileWriter::FrameFileWriter(const QString& dir, Notice notice)
 
 void FrameFileWriter::recover()
 {
-    // Ours: ".<stamp>-<pid>-<serial>-<bytes>.part". A running process may still be writing its own.
+    // Ours: ".<stamp>-<pid>-<serial>-<bytes>.part". A running process, this one too, may still be writing its own.
     static const QRegularExpression ours(R"(^\.(\d{8}_\d{6}_\d{3})-(\d+)-\d+-(\d+)\.part$)");
     int recovered = 0;
     int removed = 0;
     for (const QFileInfo& info : QDir(m_dir).entryInfoList({ ".*.part" }, QDir::Files | QDir::Hidden)) {
         const QRegularExpressionMatch match = ours.match(info.fileName());
         const pid_t pid = match.captured(2).toInt();
-        if (!match.hasMatch() || pid == ::getpid() || ::kill(pid, 0) == 0 || errno == EPERM) {
+        if (!match.hasMatch() || ::kill(pid, 0) == 0 || errno == EPERM) {
             continue;
         }
         const QByteArray part = QFile::encodeName(info.filePath());

@@ -1,4 +1,3 @@
-#include "FileProbe.h"
 #include "RecordingKeyInjector.h"
 #include "ScratchWorker.h"
 #include "TestProgramDir.h"
@@ -293,6 +292,8 @@ private slots:
         QTest::newRow("disk full") << "size=64k" << fill << unfill << full;
         QTest::newRow("no inodes") << "nr_inodes=16" << fill << unfill << full;
         QTest::newRow("directory removed") << "size=64k" << rm << "true" << gone;
+        QTest::newRow("a file in its place")
+            << "size=64k" << rm + R"( && touch "$0/frames")" << rm << "Not a directory";
         QTest::newRow("read-only") << "size=64k" << remount.arg("ro") << remount.arg("rw")
                                    << "no permission to write there";
     }
@@ -323,9 +324,7 @@ private slots:
         QVERIFY(worker.push("#C$"));
         QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList());
         QCOMPARE(QProcess::execute("sh", { "-c", mend, disk.path() }), 0);
-        const QByteArray prefix = "The package barcode info is :";
-        QTRY_COMPARE_WITH_TIMEOUT(
-            FileProbe::textFileContents(dir), (QByteArrayList { prefix + "A", prefix + "B", prefix + "C" }), kWaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(dir), (QByteArrayList { "A", "B", "C" }), kWaitMs);
         const QString resumed = "Frames are written to %1 again; the 3 frames that waited are saved.";
         QTRY_COMPARE_WITH_TIMEOUT(notices, (QStringList { stopped.arg(dir, reason), resumed.arg(dir) }), kWaitMs);
         const QString logged = "[INFO] Frames cannot be written to %1: %2. They wait in memory, up to 67108864 bytes "
