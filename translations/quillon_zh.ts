@@ -25,6 +25,37 @@
     </message>
 </context>
 <context>
+    <name>FrameFileWriter</name>
+    <message>
+        <source>no space left on the disk</source>
+        <translation>磁盘空间已满</translation>
+    </message>
+    <message>
+        <source>the directory is gone</source>
+        <translation>目录已不存在</translation>
+    </message>
+    <message>
+        <source>no permission to write there</source>
+        <translation>没有写入权限</translation>
+    </message>
+    <message>
+        <source>%1 frames could not be written to %2 before the device closed; their texts are in the log.</source>
+        <translation>设备关闭前有 %1 帧未能写入 %2；其内容已记录在日志中。</translation>
+    </message>
+    <message>
+        <source>Frames are written to %1 again; the %2 frames that waited are saved.</source>
+        <translation>帧已重新写入 %1；等待中的 %2 帧已保存。</translation>
+    </message>
+    <message>
+        <source>More frames wait for %1 than memory holds: new frames are lost and their texts go to the log.</source>
+        <translation>等待写入 %1 的帧超出内存上限：新帧将丢失，其内容记录在日志中。</translation>
+    </message>
+    <message>
+        <source>Frames cannot be written to %1: %2. They wait in memory and are written as soon as the disk takes them again.</source>
+        <translation>帧无法写入 %1：%2。帧暂存于内存中，磁盘恢复可写后立即写入。</translation>
+    </message>
+</context>
+<context>
     <name>MainWindow</name>
     <message>
         <source>Tapwright</source>

@@ -55,6 +55,7 @@ Device::Device(QObject* parent)
     m_client->setDataCallback(deviceDataCallback, this);
     connect(m_client, &NetTcpClient::sendMsgSig, this, &Device::message);
     connect(m_server, &NetTCPServer::sendMsgSig, this, &Device::message);
+    connect(m_dataThread, &DataThread::writingNotice, this, &Device::message, Qt::QueuedConnection);
 
     connect(m_client, &NetTcpClient::cameraConnected, this, [this] {
         if (m_waiting) {

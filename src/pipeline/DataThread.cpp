@@ -1,5 +1,6 @@
 #include "DataThread.h"
 
+#include "FrameFileWriter.h"
 #include "FrameKeeper.h"
 #include "KeyInjector.h"
 #include "Logger.h"
@@ -186,7 +187,9 @@ void DataThread::runChunked()
 
 void DataThread::runKeeping()
 {
-    FrameKeeper keeper(m_startChar, m_endChar, m_fileDir);
+    FrameFileWriter writer(m_fileDir, [this](const QString& text) { emit writingNotice(text); });
+    writer.recover();
+    FrameKeeper keeper(m_startChar, m_endChar, writer);
     QString keyCarry;
     std::vector<unsigned char> bytes;
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -200,6 +203,12 @@ void DataThread::runKeeping()
                 m_typingInjector->finishTyping();
             }
             lock.lock();
+            // Frames that wait for the disk are tried again now and then until data comes.
+            while (writer.hasWaiting() && !m_dataArrived.wait_for(lock, writer.untilRetry(), arrived)) {
+                lock.unlock();
+                writer.retryIfDue();
+                lock.lock();
+            }
             m_dataArrived.wait(lock, arrived);
             continue;
         }
@@ -219,10 +228,12 @@ void DataThread::runKeeping()
         if (m_typingInjector) {
             feedKeyText(keyCarry, text);
         }
-        lock.lock();
         if (stopping) {
+            writer.finish();
             return;
         }
+        writer.retryIfDue();
+        lock.lock();
     }
 }
 

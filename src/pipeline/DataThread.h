@@ -55,6 +55,11 @@ public:
     // The key names a chord may use, with their virtual-key values.
     static const QMap<QString, int> vkNameTable;
 
+signals:
+    // What the operator should hear about writing kept frames: it stopped, resumed, or lost some.
+    // Emitted on the worker's thread.
+    void writingNotice(QString text);
+
 protected:
     void run() override;
 

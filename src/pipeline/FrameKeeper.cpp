@@ -1,42 +1,15 @@
 #include "FrameKeeper.h"
 
+#include "FrameFileWriter.h"
 #include "Logger.h"
 
-#include <QDateTime>
-#include <QFile>
 #include <QTextCodec>
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
-#include <unistd.h>
 
-namespace {
-
-const QByteArray kFramePrefix = "The package barcode info is :";
-
-// Gives the file its name only if no other file has it: a reader sees it whole or not at all.
-bool renameWithoutReplacing(const QString& from, const QString& to)
-{
-    const QByteArray source = QFile::encodeName(from);
-    const QByteArray target = QFile::encodeName(to);
-    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0) {
-        return true;
-    }
-    if (errno != EINVAL && errno != ENOSYS) {
-        return false;
-    }
-    // File systems without the flag: a hard link also fails on a taken name.
-    return ::link(source.constData(), target.constData()) == 0 && ::unlink(source.constData()) == 0;
-}
-
-} // namespace
-
-FrameKeeper::FrameKeeper(const QString& start, const QString& end, const QString& dir)
+FrameKeeper::FrameKeeper(const QString& start, const QString& end, FrameFileWriter& writer)
     : m_start(start)
     , m_end(end)
-    , m_dir(dir)
+    , m_writer(writer)
     , m_decoder(QTextCodec::codecForName("UTF-8")->makeDecoder())
 {
 }
@@ -86,28 +59,5 @@ void FrameKeeper::write(QString frame)
 {
     frame.remove('\r');
     frame.remove('\n');
-    const QString stamp = QDateTime::currentDateTime().toString("yyyyMMdd_hhmmss_zzz");
-    // Hidden and not "*.txt" while it is written; created as any frame file is, under the umask.
-    static std::atomic<unsigned> serial { 0 };
-    QFile file(QString("%1/.%2-%3-%4.part").arg(m_dir, stamp).arg(::getpid()).arg(serial++));
-    const bool opened = file.open(QIODevice::WriteOnly | QIODevice::NewOnly);
-    if (!opened || file.write(kFramePrefix + frame.toUtf8()) < 0 || !file.flush()) {
-        Logger::info(QString("[INFO] Could not open file %1/%2.txt for writing.").arg(m_dir, stamp).toStdString());
-        if (opened) {
-            file.remove();
-        }
-        return;
-    }
-    file.close();
-    for (int copy = 0;; ++copy) {
-        const QString name = QString("%1/%2%3.txt").arg(m_dir, stamp, copy ? QString("_%1").arg(copy) : QString());
-        if (renameWithoutReplacing(file.fileName(), name)) {
-            return;
-        }
-        if (errno != EEXIST) {
-            Logger::info(QString("[INFO] Could not open file %1 for writing.").arg(name).toStdString());
-            file.remove();
-            return;
-        }
-    }
+    m_writer.write(frame);
 }

@@ -3,18 +3,19 @@
 #include <QString>
 #include <memory>
 
+class FrameFileWriter;
 class QTextDecoder;
 
 // The frames of a device that keeps every one. Decodes UTF-8 across reads, cuts every frame that
 // lies between the whole start text and the whole end text however the frames fall into reads,
-// and writes each to a file of its own that no other frame file replaces.
+// and hands each, on one line, to the writer.
 class FrameKeeper
 {
 public:
-    FrameKeeper(const QString& start, const QString& end, const QString& dir);
+    FrameKeeper(const QString& start, const QString& end, FrameFileWriter& writer);
     ~FrameKeeper();
 
-    // Writes the frames these bytes complete, in order, and gives the text they decode to.
+    // Hands over the frames these bytes complete, in order, and gives the text they decode to.
     QString feed(const QByteArray& bytes);
 
     // An unfinished frame longer than this is dropped, with a log line.
@@ -25,7 +26,7 @@ private:
 
     const QString m_start;
     const QString m_end;
-    const QString m_dir;
+    FrameFileWriter& m_writer;
     std::unique_ptr<QTextDecoder> m_decoder;
     // Inside a frame: its text so far. Outside: a tail that may be the beginning of a start text.
     QString m_carry;

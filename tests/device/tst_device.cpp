@@ -5,6 +5,7 @@
 #include "Logger.h"
 #include "NetTCPServer.h"
 #include "TCPSettingWidget.h"
+#include "Unshared.h"
 
 #include <QtNetwork>
 #include <QtTest>
@@ -161,8 +162,8 @@ private slots:
     // Runs again in a network namespace of its own, where the test adds the network.
     void serverMovesToTheNetworkAddress()
     {
-        if (qEnvironmentVariableIsEmpty("TAPWRIGHT_PRIVATE_NETWORK"))
-            return inPrivateNetwork();
+        if (!Unshared::inside())
+            return Unshared::rerun({ "-n" }, "ip link set lo up");
         QTemporaryDir frames;
         const QString port = QString::number(FakeCamera::freePort()), up = "ip link set tw1 up && ip link set tw0 up";
         Device chosen;
@@ -321,29 +322,6 @@ private slots:
     }
 
 private:
-    // Runs the calling test again in a network namespace that has only loopback at first.
-    void inPrivateNetwork()
-    {
-        if (QProcess::execute("unshare", { "-n", "true" }) != 0)
-            QSKIP("This machine cannot make a network namespace (unshare -n, as root).");
-        QTemporaryDir scratch; // the child's own log
-        QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("TAPWRIGHT_PRIVATE_NETWORK", "1");
-        environment.insert("TMPDIR", scratch.path());
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::MergedChannels);
-        const QString script = "ip link set lo up && exec \"$0\" \"$1\"";
-        child.start(
-            "unshare",
-            { "-n", "sh", "-c", script, QCoreApplication::applicationFilePath(), QTest::currentTestFunction() });
-        QVERIFY(child.waitForFinished(60000));
-        const QByteArray output = child.readAll();
-        if (output.contains("SKIP   :"))
-            QSKIP(output.constData());
-        QVERIFY2(child.exitCode() == 0 && output.contains("Totals: 3 passed"), output.constData());
-    }
-
     void press() { QTest::mouseClick(m_page->findChild<QToolButton*>("openTcpBtn"), Qt::LeftButton); }
     // The button's text, the stored status, how many controls take input, and the role shown.
     QString state() const

@@ -23,10 +23,10 @@ bool ScratchWorker::push(const QByteArray& bytes)
     return thread.pendingBytes() == 0;
 }
 
-QByteArrayList ScratchWorker::frames() const
+QByteArrayList ScratchWorker::frames(const QString& dir) const
 {
     QByteArrayList frames;
-    for (const QByteArray& content : FileProbe::textFileContents(m_dir.path()))
+    for (const QByteArray& content : FileProbe::textFileContents(dir.isEmpty() ? m_dir.path() : dir))
         frames.append(content.startsWith(kPrefix) ? content.mid(kPrefix.size()) : content);
     return frames;
 }

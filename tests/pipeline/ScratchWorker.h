@@ -20,8 +20,8 @@ public:
     // Pushes in one call and waits until the worker has taken every byte out, so the next push
     // lands in a chunk of its own.
     bool push(const QByteArray& bytes);
-    // The frames of the files, oldest first; a file without the prefix is given whole.
-    QByteArrayList frames() const;
+    // The frames of the files here, or in dir, oldest first; a file without the prefix is given whole.
+    QByteArrayList frames(const QString& dir = QString()) const;
     QString dir() const { return m_dir.path(); }
 
     // Sends the log to a scratch file; logSince() gives the messages written after the last call.

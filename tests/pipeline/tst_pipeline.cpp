@@ -1,5 +1,7 @@
 #include "RecordingKeyInjector.h"
 #include "ScratchWorker.h"
+#include "TestProgramDir.h"
+#include "Unshared.h"
 
 #include <QtTest>
 #include <initializer_list>
@@ -274,6 +276,104 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
         QCOMPARE(ScratchWorker::logSince(),
                  QStringList { "[INFO] Dropped 1003 received bytes: more than 16777216 bytes waited for the worker." });
+    }
+
+    // Kept frames wait while a small disk of the test's own refuses them, and arrive in order once it takes them.
+    void keptFramesWaitForTheDisk_data()
+    {
+        QTest::addColumn<QString>("mountOptions");
+        QTest::addColumn<QString>("trouble");
+        QTest::addColumn<QString>("mend");
+        QTest::addColumn<QString>("reason");
+        // 16 KiB files until the disk takes no more, whether space or inodes run out first.
+        const QString fill = R"(i=0; while head -c 16384 /dev/zero >"$0/fill$i"; do i=$((i+1)); done 2>/dev/null)";
+        const QString unfill = R"(rm "$0"/fill*)", remount = R"(mount -o remount,%1 "$0")", rm = R"(rm -r "$0/frames")";
+        const QString full = "no space left on the disk", gone = "the directory is gone";
+        QTest::newRow("disk full") << "size=64k" << fill << unfill << full;
+        QTest::newRow("no inodes") << "nr_inodes=16" << fill << unfill << full;
+        QTest::newRow("directory removed") << "size=64k" << rm << "true" << gone;
+        QTest::newRow("a file in its place")
+            << "size=64k" << rm + R"( && touch "$0/frames")" << rm << "Not a directory";
+        QTest::newRow("read-only") << "size=64k" << remount.arg("ro") << remount.arg("rw")
+                                   << "no permission to write there";
+    }
+
+    void keptFramesWaitForTheDisk()
+    {
+        if (!Unshared::inside())
+            return Unshared::rerun({ "-r", "-m" });
+        QFETCH(QString, mountOptions);
+        QFETCH(QString, trouble);
+        QFETCH(QString, mend);
+        QFETCH(QString, reason);
+        QTemporaryDir disk;
+        QCOMPARE(QProcess::execute("mount", { "-t", "tmpfs", "-o", mountOptions, "tmpfs", disk.path() }), 0);
+        ScratchWorker worker;
+        const QString dir = disk.filePath("frames");
+        QVERIFY(QDir().mkpath(dir));
+        worker.thread.setFileDir(dir);
+        worker.thread.setKeepEveryFrame(true);
+        QStringList notices;
+        connect(&worker.thread, &DataThread::writingNotice, this, [&notices](const QString& text) { notices << text; });
+        QVERIFY(worker.thread.startThread());
+        QCOMPARE(QProcess::execute("sh", { "-c", trouble, disk.path() }), 0);
+        QVERIFY(worker.push("#A$#B$"));
+        const QString stopped = "Frames cannot be written to %1: %2. They wait in memory and are written as soon as "
+                                "the disk takes them again.";
+        QTRY_COMPARE_WITH_TIMEOUT(notices, QStringList { stopped.arg(dir, reason) }, kWaitMs);
+        QVERIFY(worker.push("#C$"));
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList());
+        QCOMPARE(QProcess::execute("sh", { "-c", mend, disk.path() }), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(dir), (QByteArrayList { "A", "B", "C" }), kWaitMs);
+        const QString resumed = "Frames are written to %1 again; the 3 frames that waited are saved.";
+        QTRY_COMPARE_WITH_TIMEOUT(notices, (QStringList { stopped.arg(dir, reason), resumed.arg(dir) }), kWaitMs);
+        const QString logged = "[INFO] Frames cannot be written to %1: %2. They wait in memory, up to 67108864 bytes "
+                               "or 1000000 frames, and are written when the disk takes them again.";
+        const QString back = "[INFO] Frames are written to %1 again; 3 frames waited.";
+        QCOMPARE(ScratchWorker::logSince(), (QStringList { logged.arg(dir, reason), back.arg(dir) }));
+    }
+
+    // At the start of a worker that keeps every frame, what a crash left under a temporary name.
+    void unfinishedFramesAreRecovered_data()
+    {
+        QTest::addColumn<bool>("keep");
+        QTest::addColumn<QString>("part");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QStringList>("taken");
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QStringList>("logged");
+        const QString left = ".20260101_120000_000-999999999-7-33.part"; // no process has so large an id
+        const QString name = "20260101_120000_000.txt", running = ".20260101_120000_000-%1-7-33.part";
+        const QString ours = running.arg(QCoreApplication::applicationPid());
+        const QByteArray whole = "The package barcode info is :ABCD";
+        const QString found = "[INFO] Unfinished frame files in %3: %1 complete ones recovered, %2 cut ones removed.";
+        const QStringList none, recovered { found.arg(1).arg(0) }, removed { found.arg(0).arg(1) };
+        QTest::newRow("complete") << true << left << whole << none << QStringList { name } << recovered;
+        QTest::newRow("cut") << true << left << whole.left(32) << none << none << removed;
+        QTest::newRow("name taken") << true << left << whole << QStringList { name }
+                                    << QStringList { name, "20260101_120000_000_1.txt" } << recovered;
+        QTest::newRow("foreign") << true << ".notes.part" << whole << none << QStringList { ".notes.part" } << none;
+        QTest::newRow("a running writer's") << true << ours << whole.left(3) << none << QStringList { ours } << none;
+        QTest::newRow("frames cut by the chunk") << false << left << whole << none << QStringList { left } << none;
+    }
+
+    void unfinishedFramesAreRecovered()
+    {
+        QFETCH(bool, keep);
+        QFETCH(QString, part);
+        QFETCH(QByteArray, content);
+        QFETCH(QStringList, taken);
+        QFETCH(QStringList, files);
+        QFETCH(QStringList, logged);
+        ScratchWorker worker;
+        for (const QString& name : taken)
+            QVERIFY(TestProgramDir::writeFile(worker.dir() + "/" + name, "old"));
+        QVERIFY(TestProgramDir::writeFile(worker.dir() + "/" + part, content));
+        worker.thread.setKeepEveryFrame(keep);
+        QVERIFY(worker.thread.startThread());
+        QVERIFY(worker.thread.stopThread()); // the worker looks before it takes in anything
+        QCOMPARE(QDir(worker.dir()).entryList(QDir::Files | QDir::Hidden), files);
+        QCOMPARE(ScratchWorker::logSince(), logged.replaceInStrings("%3", worker.dir()));
     }
 
     void init()

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QString>
+#include <QStringList>
+#include <chrono>
+#include <deque>
+#include <functional>
+
+// Writes each kept frame to a file of its own in the save directory, whole or not at all and
+// never over another file. Frames the disk refuses wait in memory, in order, and are written when
+// it takes them again; the operator hears once that writing stopped and once that it resumed.
+class FrameFileWriter
+{
+    Q_DECLARE_TR_FUNCTIONS(FrameFileWriter)
+
+public:
+    // Receives what the operator is told, translated; called on the writer's thread.
+    using Notice = std::function<void(const QString&)>;
+
+    FrameFileWriter(const QString& dir, Notice notice);
+
+    // Gives complete frames that a crash left under temporary names their final names and
+    // removes the cut ones; says in one log line what it did.
+    void recover();
+    // Writes the frame, or queues it behind the frames that wait.
+    void write(const QString& frame);
+    // Tries the waiting frames again once the pause after the last failure is over.
+    void retryIfDue();
+    bool hasWaiting() const { return !m_waiting.empty(); }
+    // Until the next retry is due; only meaningful while frames wait.
+    std::chrono::milliseconds untilRetry() const;
+    // One last try for the frames that wait; the texts of those the disk still refuses are logged.
+    void finish();
+
+    static constexpr qint64 kWaitingBytesLimit = 64 * 1024 * 1024;
+    static constexpr size_t kWaitingFramesLimit = 1000000;
+    static constexpr int kRetryMs = 500;
+    // A retry writes this long at most, so the worker still takes in data and hears a stop.
+    static constexpr int kRetrySliceMs = 100;
+    static constexpr int kFinishMs = 1000;
+    // Texts of frames that could not be kept are logged this many to a line, or once a second.
+    static constexpr int kTextsPerLine = 100;
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct Frame
+    {
+        QString stamp;
+        QByteArray content;
+    };
+
+    // Creates the file under a temporary name, then gives it its final name; on failure nothing
+    // is left behind and errno says why.
+    bool store(const Frame& frame);
+    // Writes waiting frames in order until none wait, one fails or the deadline passes.
+    bool drain(Clock::time_point deadline);
+    void hold(Frame frame);
+    void stopped(int error);
+    void logLost();
+
+    const QString m_dir;
+    const Notice m_notice;
+    std::deque<Frame> m_waiting;
+    qint64 m_waitingBytes = 0;
+    // The errno of the last failed write; 0 once writing goes on again.
+    int m_error = 0;
+    int m_written = 0;
+    bool m_toldLoss = false;
+    QStringList m_lost;
+    Clock::time_point m_firstLost;
+    Clock::time_point m_nextTry;
+};
