@@ -184,7 +184,8 @@ private slots:
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath("config")));
         qputenv("XDG_STATE_HOME", QFile::encodeName(home.filePath("state")));
         FakeCamera camera; // frames go to the home directory
-        const QJsonObject device = TestProgramDir::clientDevice(1, camera.listen(), home.path());
+        QJsonObject device = TestProgramDir::clientDevice(1, camera.listen(), home.path());
+        device.insert("KeepEveryFrame", 1); // its worker is there before the camera greets it
         const QJsonObject stored { { "page_Device1", device } };
         QVERIFY(TestProgramDir::writeFile(config + "/TCPconfig.json", QJsonDocument(stored).toJson()));
         QCOMPARE(QProcess::execute("dpkg-deb", { "-x", TAPWRIGHT_DEB, root.path() }), 0);
