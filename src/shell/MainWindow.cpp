@@ -3,26 +3,24 @@
 #include "AppIcon.h"
 #include "DataLocations.h"
 #include "DeviceConfig.h"
+#include "LanguageSwitcher.h"
 #include "Logger.h"
 #include "TCPSettingWidget.h"
 #include "ToolBar.h"
+#include "TrayIcon.h"
+#include "TrayPresence.h"
 #include "XdgAutostartStore.h"
 #include "ui_MainWindow.h"
 #include "wirelet/Wirelet.h"
 
-#include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QListView>
-#include <QMenu>
-#include <QSettings>
-#include <QStandardPaths>
 #include <QTextCursor>
 #include <QTimer>
-#include <QTranslator>
 
 namespace {
 
@@ -37,45 +35,31 @@ MainWindow::MainWindow(QWidget* parent, bool externalStart)
     : MainWindowBase(parent)
     , ui(new Ui::MainWindowClass)
     , m_toolBar(nullptr)
-    , m_timer(nullptr)
     , m_startFunctionTimer(nullptr)
     , m_externalStart(externalStart)
     , m_configLoaded(false)
     , m_trayState(0)
     , m_trayEnabled(false)
-    , m_maximizeAction(nullptr)
-    , m_minimizeAction(nullptr)
-    , m_reductionAction(nullptr)
-    , m_quitAction(nullptr)
-    , m_trayMenu(nullptr)
     , m_savedWindowFlags()
-    , m_trayPresent(QSystemTrayIcon::isSystemTrayAvailable())
-    , m_trayWatchTimer(nullptr)
+    , m_trayPresence(nullptr)
+    , m_tray(nullptr)
+    , m_language(nullptr)
 {
     ui->setupUi(this);
     initWidgets();
+    m_trayPresence = new TrayPresence(ui->checkBox_minimize, this);
+    m_tray = new TrayIcon(this);
+    m_language = new LanguageSwitcher(ui->languageBox, this);
     initConnections();
     initAutoStartBox();
     loadStyleSheet();
-    loadLanguage();
+    m_language->loadStored();
     readConfig();
-
-    m_timer = new QTimer(this);
-    m_timer->setInterval(500);
-    connect(m_timer, SIGNAL(timeout()), this, SLOT(timeoutSlot()));
-    m_timer->start();
 
     m_startFunctionTimer = new QTimer(this);
     m_startFunctionTimer->setInterval(1000);
     connect(m_startFunctionTimer, SIGNAL(timeout()), this, SLOT(timeoutStartFunctionSlot()));
     m_startFunctionTimer->start();
-
-    // A panel may bring its tray after the program (at logon) or take it away: the box's tooltip
-    // follows, and a window in a tray that went comes back. Qt docks the icon in a new tray itself.
-    m_trayWatchTimer = new QTimer(this);
-    m_trayWatchTimer->setInterval(1000);
-    connect(m_trayWatchTimer, SIGNAL(timeout()), this, SLOT(followTray()));
-    m_trayWatchTimer->start();
 }
 
 MainWindow::~MainWindow()
@@ -94,10 +78,6 @@ void MainWindow::initWidgets()
     m_toolBar->setHeight(48);
     ui->toolBarLayout->addWidget(m_toolBar);
 
-    ui->languageBox->addItem(QStringLiteral("English"));
-    ui->languageBox->addItem(QStringLiteral("中文"));
-    ui->languageBox->setView(new QListView());
-
     ui->textEdit->setReadOnly(true);
     ui->textEdit_log->setReadOnly(true);
     ui->textEdit->document()->setMaximumBlockCount(500);
@@ -114,7 +94,14 @@ void MainWindow::initConnections()
     connect(ui->checkBox_autoApp, SIGNAL(stateChanged(int)), this, SLOT(onAppAutoStartChanged(int)));
     connect(ui->comboBox_Device, SIGNAL(currentIndexChanged(int)), this, SLOT(onDeviceComboBoxChanged(int)));
     connect(ui->btnClearData, SIGNAL(pressed()), this, SLOT(onClearData()));
-    connect(ui->languageBox, SIGNAL(currentIndexChanged(int)), this, SLOT(onLanguageBoxChanged(int)));
+    connect(m_language, &LanguageSwitcher::switched, this, &MainWindow::retranslate);
+    connect(m_trayPresence, &TrayPresence::lost, this, &MainWindow::onTrayLost);
+    connect(m_tray, &TrayIcon::started, this, &MainWindow::onTrayIconStarted);
+    connect(m_tray, &TrayIcon::activated, this, &MainWindow::trayiconActivated);
+    connect(m_tray, &TrayIcon::maximizeRequested, this, &MainWindow::setMaximized);
+    connect(m_tray, &TrayIcon::minimizeRequested, this, &MainWindow::setMinimized);
+    connect(m_tray, &TrayIcon::restoreRequested, this, &MainWindow::setReduction);
+    connect(m_tray, &TrayIcon::quitRequested, this, &MainWindow::closeSlot);
     for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
         connect(page, SIGNAL(sendShowData(QString)), this, SLOT(showCallbackData(QString)));
         connect(page, SIGNAL(sendShowLogData(QString)), this, SLOT(sendShowLogData(QString)));
@@ -149,7 +136,7 @@ void MainWindow::writeConfig()
 
 void MainWindow::onLanguageBoxChanged(int index)
 {
-    applyLanguage(index == 0 ? 1 : 0);
+    m_language->choose(index);
 }
 
 void MainWindow::trayiconActivated(QSystemTrayIcon::ActivationReason reason)
@@ -190,8 +177,8 @@ void MainWindow::setReduction()
 
 void MainWindow::closeSlot()
 {
-    if (m_trayIcon.isVisible()) {
-        m_trayIcon.hide();
+    if (m_tray->isVisible()) {
+        m_tray->hide();
     }
     close();
 }
@@ -201,16 +188,12 @@ void MainWindow::onTrayEnableChanged(int state)
     if (state == Qt::Checked || state == Qt::PartiallyChecked) {
         m_trayEnabled = true;
         m_trayState = 1;
-        if (m_minimizeAction) {
-            m_minimizeAction->setEnabled(true);
-        }
+        m_tray->setMinimizeEnabled(true);
         Logger::info("[INFO] Turn on the tray to enable.");
     } else {
         m_trayEnabled = false;
         m_trayState = -1;
-        if (m_minimizeAction) {
-            m_minimizeAction->setEnabled(false);
-        }
+        m_tray->setMinimizeEnabled(false);
         Logger::info("[INFO] Turn off the tray to enable.");
     }
 }
@@ -225,11 +208,10 @@ void MainWindow::onClearData()
     ui->textEdit->clear();
 }
 
-void MainWindow::timeoutSlot()
+void MainWindow::onTrayIconStarted()
 {
     m_savedWindowFlags = windowFlags();
-    m_timer->stop();
-    initTrayIcon();
+    ui->checkBox_minimize->setChecked(m_trayState == 1);
     if (!m_configLoaded) {
         return;
     }
@@ -305,7 +287,7 @@ void MainWindow::closeEvent(QCloseEvent* event)
 {
     Q_UNUSED(event)
     writeConfig();
-    m_trayIcon.hide();
+    m_tray->hide();
     QCoreApplication::quit();
 }
 
@@ -322,10 +304,10 @@ void MainWindow::changeEvent(QEvent* event)
     if (event->type() == QEvent::WindowStateChange) {
         qDebug() << "windowState = " << windowState();
         if (windowState() == Qt::WindowMinimized) {
-            followTray();
+            m_trayPresence->check();
             // Without a tray the window would be lost: it is minimised the ordinary way.
-            if (m_trayEnabled && m_trayPresent) {
-                m_trayIcon.show();
+            if (m_trayEnabled && m_trayPresence->present()) {
+                m_tray->show();
                 setWindowFlags(Qt::Tool);
             }
         } else if (m_savedWindowFlags != Qt::WindowFlags()) {
@@ -336,59 +318,11 @@ void MainWindow::changeEvent(QEvent* event)
     QWidget::changeEvent(event);
 }
 
-void MainWindow::followTray()
+void MainWindow::onTrayLost()
 {
-    const bool present = QSystemTrayIcon::isSystemTrayAvailable();
-    if (present == m_trayPresent) {
-        return;
-    }
-    m_trayPresent = present;
-    if (!present && windowType() == Qt::Tool) {
+    if (windowType() == Qt::Tool) {
         // The tray went away with the window in it.
         bringToFront();
-    }
-    updateTrayToolTip();
-}
-
-void MainWindow::updateTrayToolTip()
-{
-    ui->checkBox_minimize->setToolTip(
-        m_trayPresent ? QString()
-                      : tr("There is no system tray on this desktop, so minimising keeps the window in the "
-                           "task bar."));
-}
-
-void MainWindow::initTrayIcon()
-{
-    m_trayIcon.setIcon(AppIcon::icon());
-    m_trayIcon.setToolTip(tr("Serial port Tapwright"));
-    m_trayIcon.show();
-    connect(&m_trayIcon,
-            SIGNAL(activated(QSystemTrayIcon::ActivationReason)),
-            this,
-            SLOT(trayiconActivated(QSystemTrayIcon::ActivationReason)));
-
-    m_minimizeAction = new QAction(tr("Minimize (&I)"), this);
-    connect(m_minimizeAction, SIGNAL(triggered()), this, SLOT(setMinimized()));
-    m_maximizeAction = new QAction(tr("Maximize (&B)"), this);
-    connect(m_maximizeAction, SIGNAL(triggered()), this, SLOT(setMaximized()));
-    m_reductionAction = new QAction(tr("Reduction (&R)"), this);
-    connect(m_reductionAction, SIGNAL(triggered()), this, SLOT(setReduction()));
-    m_quitAction = new QAction(tr("Quit (&Q)"), this);
-    connect(m_quitAction, SIGNAL(triggered()), this, SLOT(closeSlot()));
-
-    ui->checkBox_minimize->setChecked(m_trayState == 1);
-
-    m_trayMenu = new QMenu(this);
-    m_trayMenu->addAction(m_maximizeAction);
-    m_trayMenu->addAction(m_minimizeAction);
-    m_trayMenu->addAction(m_reductionAction);
-    m_trayMenu->addSeparator();
-    m_trayMenu->addAction(m_quitAction);
-    m_trayIcon.setContextMenu(m_trayMenu);
-
-    if (!m_trayEnabled) {
-        m_minimizeAction->setEnabled(false);
     }
 }
 
@@ -433,49 +367,6 @@ void MainWindow::loadStyleSheet()
     qApp->setStyleSheet(m_styleSheet);
 }
 
-void MainWindow::loadLanguage()
-{
-    const QSettings settings(DataLocations::ofThisProgram().languageFile(), QSettings::IniFormat);
-    const int stored = settings.value(QStringLiteral("language/lang"), QStringLiteral("2")).toInt();
-    applyLanguage(stored == 0 ? 0 : 1);
-}
-
-void MainWindow::applyLanguage(int lang)
-{
-    // One pair for the whole process, kept until it ends.
-    static QTranslator* programTranslator = nullptr;
-    static QTranslator* qtTranslator = nullptr;
-    if (!programTranslator) {
-        programTranslator = new QTranslator();
-        qtTranslator = new QTranslator();
-    }
-
-    const QString languageDir = QCoreApplication::applicationDirPath() + QStringLiteral("/Language");
-    if (lang == 0) {
-        programTranslator->load(
-            languageDir + QStringLiteral("/chinese/quillon_zh.qm"), QString(), QString(), QString());
-        QCoreApplication::installTranslator(programTranslator);
-        qtTranslator->load(languageDir + QStringLiteral("/chinese/qt_zh_CN.qm"), QString(), QString(), QString());
-        QCoreApplication::installTranslator(qtTranslator);
-        ui->languageBox->setCurrentIndex(1);
-    } else {
-        qtTranslator->load(languageDir + QStringLiteral("/english/qt_uk.qm"), QString(), QString(), QString());
-        QCoreApplication::removeTranslator(programTranslator);
-        QCoreApplication::installTranslator(qtTranslator);
-        ui->languageBox->setCurrentIndex(0);
-    }
-    retranslate();
-    saveLanguage(lang);
-}
-
-void MainWindow::saveLanguage(int lang)
-{
-    QSettings settings(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QLatin1Char('/')
-                           + QCoreApplication::applicationName() + QStringLiteral("/language.ini"),
-                       QSettings::IniFormat);
-    settings.setValue(QStringLiteral("language/lang"), lang);
-}
-
 void MainWindow::retranslate()
 {
     ui->retranslateUi(this);
@@ -483,7 +374,7 @@ void MainWindow::retranslate()
     m_toolBar->setTitle(tr("Tapwright"));
     // The form names the window "MainWindow"; the task bar and window switchers show this title.
     setWindowTitle(tr("Tapwright"));
-    updateTrayToolTip();
+    m_trayPresence->retranslate();
 
     ui->comboBox_Device->clear();
     ui->comboBox_Device->addItem(tr("Device1"));

@@ -5,18 +5,19 @@
 #include <QString>
 #include <QSystemTrayIcon>
 
-class QAction;
-class QMenu;
+class LanguageSwitcher;
 class QTimer;
 class ToolBar;
+class TrayIcon;
+class TrayPresence;
 
 namespace Ui {
 class MainWindowClass;
 }
 
-// The program's one window: title bar, the two device pages, the data and message panes, tray,
-// auto start and language. It routes what the pages report into the panes and keeps the order of
-// loading, saving and shutting down around them.
+// The program's one window: title bar, the two device pages, the data and message panes, and auto
+// start; it wires in the tray and the language. It routes what the pages report into the panes and
+// keeps the order of loading, saving and shutting down around them.
 class MainWindow : public MainWindowBase
 {
     Q_OBJECT
@@ -40,7 +41,8 @@ private slots:
     void onTrayEnableChanged(int state);
     void onAppAutoStartChanged(int state);
     void onClearData();
-    void timeoutSlot();
+    void onTrayIconStarted();
+    void onTrayLost();
     void timeoutStartFunctionSlot();
     void aboutToCloseSlot();
     void readChannelFinishedSlot();
@@ -48,7 +50,7 @@ private slots:
     void showCallbackData(QString data);
     void onDeviceComboBoxChanged(int index);
     void sendShowLogData(QString data);
-    void followTray();
+    void retranslate();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -63,34 +65,21 @@ private:
     void initConnections();
     void readConfig();
     void writeConfig();
-    void initTrayIcon();
     void initAutoStartBox();
     bool isAutoStartEnabled();
     void setAutoStart(bool enable);
     void loadStyleSheet();
-    void loadLanguage();
-    void applyLanguage(int lang);
-    void saveLanguage(int lang);
-    void retranslate();
-    void updateTrayToolTip();
 
     Ui::MainWindowClass* ui;
     ToolBar* m_toolBar;
     QString m_styleSheet;
-    QTimer* m_timer;
     QTimer* m_startFunctionTimer;
     bool m_externalStart;
     bool m_configLoaded;
     int m_trayState;
     bool m_trayEnabled;
-    QSystemTrayIcon m_trayIcon;
-    QAction* m_maximizeAction;
-    QAction* m_minimizeAction;
-    QAction* m_reductionAction;
-    QAction* m_quitAction;
-    QMenu* m_trayMenu;
     Qt::WindowFlags m_savedWindowFlags;
-    // Whether the desktop had a system tray at the last look; the tray may come or go in a run.
-    bool m_trayPresent;
-    QTimer* m_trayWatchTimer;
+    TrayPresence* m_trayPresence;
+    TrayIcon* m_tray;
+    LanguageSwitcher* m_language;
 };
