@@ -1,10 +1,10 @@
 #include "Device.h"
 
 #include "DataThread.h"
+#include "Endpoint.h"
+#include "EndpointFactory.h"
 #include "LocalIPv4.h"
 #include "Logger.h"
-#include "NetTCPServer.h"
-#include "NetTcpClient.h"
 
 #include <QDebug>
 #include <QHostAddress>
@@ -44,20 +44,49 @@ constexpr int kAddressWatchMs = 1000;
 
 Device::Device(QObject* parent)
     : QObject(parent)
-    , m_client(new NetTcpClient(this))
-    , m_server(new NetTCPServer(this))
     , m_dataThread(new DataThread(this))
     , m_addressWatch(new QTimer(this))
 {
+    followRole(m_settings.tcpType);
     m_addressWatch->setInterval(kAddressWatchMs);
     connect(m_addressWatch, &QTimer::timeout, this, &Device::moveToNetworkAddress);
-    m_server->setDataCallback(deviceDataCallback, this);
-    m_client->setDataCallback(deviceDataCallback, this);
-    connect(m_client, &NetTcpClient::sendMsgSig, this, &Device::message);
-    connect(m_server, &NetTCPServer::sendMsgSig, this, &Device::message);
     connect(m_dataThread, &DataThread::writingNotice, this, &Device::message, Qt::QueuedConnection);
+}
 
-    connect(m_client, &NetTcpClient::cameraConnected, this, [this] {
+Device::~Device()
+{
+    // Whoever listens is already tearing down; the closing message must not reach it.
+    disconnect(this, nullptr, nullptr, nullptr);
+    close();
+    delete m_endpoint;
+}
+
+void Device::setSettings(const TCPSettings& settings)
+{
+    m_settings = settings;
+    followRole(settings.tcpType);
+}
+
+void Device::setRole(int role)
+{
+    m_settings.tcpType = role;
+    followRole(role);
+}
+
+void Device::followRole(int role)
+{
+    if (role == m_role) {
+        return;
+    }
+    delete m_endpoint;
+    m_role = role;
+    m_endpoint = EndpointFactory::make(role, this);
+    if (!m_endpoint) {
+        return;
+    }
+    m_endpoint->setDataCallback(deviceDataCallback, this);
+    connect(m_endpoint, &Endpoint::sendMsgSig, this, &Device::message);
+    connect(m_endpoint, &Endpoint::cameraConnected, this, [this] {
         if (m_waiting) {
             m_waiting = false;
             emit openedAfterWait();
@@ -65,13 +94,12 @@ Device::Device(QObject* parent)
     });
 }
 
-Device::~Device()
+QString Device::openAddress() const
 {
-    // Whoever listens is already tearing down; the closing message must not reach it.
-    disconnect(this, nullptr, nullptr, nullptr);
-    closeDevice();
-    delete m_server;
-    delete m_client;
+    if (!m_endpoint) {
+        return QString();
+    }
+    return m_endpoint->listensOnMachineAddress() ? localIPAddress() : m_settings.tcpClientIP;
 }
 
 const char* Device::checkFields(const Fields& fields) const
@@ -85,7 +113,9 @@ const char* Device::checkFields(const Fields& fields) const
     if (m_settings.fileDir.isEmpty()) {
         return kSelectDirectory;
     }
-    if (!fields.client && !fields.allowedCamera.isEmpty() && QHostAddress(fields.allowedCamera).isNull()) {
+    // Only a role that takes cameras has an allowed camera; whoever checks has set the role first.
+    if (m_endpoint && m_endpoint->takesCameras() && !fields.allowedCamera.isEmpty()
+        && QHostAddress(fields.allowedCamera).isNull()) {
         return kEnterAllowedCamera;
     }
     return nullptr;
@@ -93,7 +123,7 @@ const char* Device::checkFields(const Fields& fields) const
 
 Device::Fields Device::storedFields(const TCPSettings& settings, const QString& ip)
 {
-    return { settings.tcpType == 0,  ip,
+    return { settings.tcpType,       ip,
              settings.tcpPort,       settings.startChar,
              settings.endChar,       settings.keepEveryFrame,
              settings.keyOutput,     settings.keySpeed,
@@ -102,33 +132,32 @@ Device::Fields Device::storedFields(const TCPSettings& settings, const QString& 
 
 bool Device::open(const Fields& fields)
 {
+    followRole(fields.role);
+    if (!m_endpoint) {
+        return false;
+    }
     m_address = fields.ip;
     m_port = fields.port;
-    m_server->setAllowedCamera(fields.allowedCamera);
-    m_server->setReplaceSameCamera(fields.keepEveryFrame);
+    m_endpoint->setAllowedCamera(fields.allowedCamera);
+    m_endpoint->setReplaceSameCamera(fields.keepEveryFrame);
     // A camera may send the moment it is connected; a worker that keeps every frame is there first.
     if (fields.keepEveryFrame) {
         startWorker(fields);
     }
-    const int result = fields.client ? m_client->open(fields.ip, fields.port) : m_server->open(fields.ip, fields.port);
-    if (result != 0) {
-        if (fields.client) {
-            m_client->close();
-        } else {
-            m_server->close();
-        }
+    if (m_endpoint->open(fields.ip, fields.port) != 0) {
+        m_endpoint->close();
         stopWorker();
-        const QString line = fields.client ? QStringLiteral("[INFO] open TCP client failed, ip: %1, port: %2.")
-                                           : QStringLiteral("[INFO] open TCP server failed, ip: %1, port: %2.");
+        const QString line = QString::fromLatin1(EndpointFactory::role(m_role)->openFailed);
         Logger::info(line.arg(m_settings.tcpClientIP, m_settings.tcpPort).toStdString());
         return false;
     }
-    if (!fields.client && fields.keyOutput && fields.allowedCamera.isEmpty()) {
+    if (m_endpoint->takesCameras() && fields.keyOutput && fields.allowedCamera.isEmpty()) {
         emit message(tr("Any camera that connects to this server can type into the focused window. "
                         "Enter an allowed camera to accept only that one."));
     }
     // Loopback as the machine's own address means no network yet; one the operator typed is kept.
-    if (!fields.client && QHostAddress(fields.ip).isLoopback() && fields.ip == localIPAddress()) {
+    if (m_endpoint->listensOnMachineAddress() && QHostAddress(fields.ip).isLoopback()
+        && fields.ip == localIPAddress()) {
         emit message(tr("This machine has no network address yet; the server listens on %1:%2 and moves to "
                         "the network address as soon as there is one.")
                          .arg(fields.ip, fields.port));
@@ -158,36 +187,34 @@ void Device::stopWorker()
     m_dataThread->stopThread();
 }
 
-void Device::close(bool client)
+void Device::close()
 {
     m_waiting = false;
     m_addressWatch->stop();
-    if (client) {
-        m_client->close();
-    } else {
-        m_server->close();
+    if (m_endpoint) {
+        m_endpoint->close();
     }
     stopWorker();
 }
 
-void Device::closeDevice()
-{
-    close(m_settings.tcpType == 0);
-}
-
 bool Device::openAtStart(const Fields& fields)
 {
-    return open(fields) || (fields.client && fields.waitForCamera && waitForCamera(fields));
+    return open(fields)
+        || (fields.waitForCamera && m_endpoint && m_endpoint->waitsForCamera() && waitForCamera(fields));
 }
 
 bool Device::waitForCamera(const Fields& fields)
 {
+    followRole(fields.role);
+    if (!m_endpoint) {
+        return false;
+    }
     m_address = fields.ip;
     if (fields.keepEveryFrame) {
         startWorker(fields);
     }
-    if (m_client->openWhenReachable(fields.ip, fields.port) != 0) {
-        m_client->close();
+    if (m_endpoint->openWhenReachable(fields.ip, fields.port) != 0) {
+        m_endpoint->close();
         stopWorker();
         return false;
     }
@@ -224,7 +251,7 @@ void Device::moveToNetworkAddress()
         return;
     }
     const QString ip = network.toString();
-    if (m_server->moveTo(ip, m_port) != 0) {
+    if (m_endpoint->moveTo(ip, m_port) != 0) {
         if (ip != m_failedMove) {
             m_failedMove = ip;
             emit message(tr("The network address %1 is up, but the server cannot listen on %1:%2; it keeps "

@@ -1,6 +1,8 @@
 #include "TCPSettingWidget.h"
 
 #include "Device.h"
+#include "Endpoint.h"
+#include "EndpointFactory.h"
 #include "ui_TCPSettingWidget.h"
 
 #include <QDebug>
@@ -32,13 +34,13 @@ TCPSettingWidget::TCPSettingWidget(QWidget* parent)
 {
     ui->setupUi(this);
 
+    device = new Device(this);
     fillTypeComboBox();
     fillKeySpeedBox();
     ui->comboBoxKeySpeed->setCurrentIndex(TCPSettings::kDefaultKeySpeed);
     setLampStatus(ui->label_TCP, kLampClosed);
     updateDependentFields();
 
-    device = new Device(this);
     connect(device, SIGNAL(message(QString)), this, SIGNAL(sendShowLogData(QString)));
     connect(device, SIGNAL(received(QString)), this, SIGNAL(sendShowData(QString)));
     connect(device, &Device::openedAfterWait, this, [this] { showLamp(kLampOpen); });
@@ -78,8 +80,8 @@ TCPSettings TCPSettingWidget::getSettings() const
 
 void TCPSettingWidget::setSettings(TCPSettings s)
 {
-    TCPSettings& settings = device->settings();
-    settings = s;
+    device->setSettings(s);
+    const TCPSettings& settings = device->settings();
 
     ui->lineEdit_port->setText(settings.tcpPort);
     ui->comboBox_tcp->setCurrentIndex(settings.tcpType);
@@ -93,15 +95,10 @@ void TCPSettingWidget::setSettings(TCPSettings s)
     ui->checkBoxWaitForCamera->setChecked(settings.waitForCamera);
     updateDependentFields();
 
-    if (settings.tcpType == 0) {
-        ui->lineEdit_IP->setText(settings.tcpClientIP);
-        qDebug() << "TcpClientIP  " << settings.tcpClientIP << ui->lineEdit_IP->text();
-        ui->openTcpBtn->setText(tr("Connect"));
-    } else if (settings.tcpType == 1) {
-        const QString serverIP = Device::localIPAddress();
-        ui->lineEdit_IP->setText(serverIP);
-        qDebug() << "serverIP  " << serverIP;
-        ui->openTcpBtn->setText(tr("Open"));
+    if (const EndpointFactory::Role* role = EndpointFactory::role(settings.tcpType)) {
+        ui->lineEdit_IP->setText(device->openAddress());
+        qDebug() << "IP  " << ui->lineEdit_IP->text();
+        ui->openTcpBtn->setText(tr(role->openText));
     }
 
     if (settings.status == 1 && checkFields()) {
@@ -114,13 +111,8 @@ void TCPSettingWidget::retranslate()
     ui->retranslateUi(this);
 
     const TCPSettings& settings = device->settings();
-    const bool server = settings.tcpType != 0;
     const int lamp = ui->label_TCP->property("status").toInt();
-    if (lamp == kLampClosed) {
-        ui->openTcpBtn->setText(server ? tr("Open") : tr("Connect"));
-    } else {
-        ui->openTcpBtn->setText(server ? tr("Close") : tr("Disconnect"));
-    }
+    showButtonText(lamp == kLampClosed);
     showLamp(lamp);
 
     disconnect(ui->comboBox_tcp, SIGNAL(currentIndexChanged(int)), this, SLOT(onTcpTypeComboBoxChanged(int)));
@@ -167,23 +159,26 @@ void TCPSettingWidget::onTcpTypeComboBoxChanged(int index)
     if (index < 0) {
         return;
     }
-    TCPSettings& settings = device->settings();
-    settings.tcpType = index;
+    device->setRole(index);
     updateDependentFields();
-    if (index != 0) {
-        ui->lineEdit_IP->setText(Device::localIPAddress());
-        ui->openTcpBtn->setText(tr("Open"));
-    } else {
-        ui->lineEdit_IP->setText(settings.tcpClientIP);
-        ui->openTcpBtn->setText(tr("Connect"));
-    }
+    ui->lineEdit_IP->setText(device->openAddress());
+    showButtonText(true);
 }
 
 void TCPSettingWidget::fillTypeComboBox()
 {
-    ui->comboBox_tcp->addItem(tr("TCP Client"), QVariant());
-    ui->comboBox_tcp->addItem(tr("TCP Server"), QVariant());
+    for (int role = 0; role < EndpointFactory::count(); ++role) {
+        ui->comboBox_tcp->addItem(tr(EndpointFactory::role(role)->name), QVariant());
+    }
     ui->comboBox_tcp->setView(new QListView());
+}
+
+void TCPSettingWidget::showButtonText(bool closed)
+{
+    // A stored role the box does not offer has no button text.
+    if (const EndpointFactory::Role* role = EndpointFactory::role(device->settings().tcpType)) {
+        ui->openTcpBtn->setText(tr(closed ? role->openText : role->closeText));
+    }
 }
 
 void TCPSettingWidget::fillKeySpeedBox()
@@ -200,15 +195,11 @@ Device::Fields TCPSettingWidget::fieldsShown() const
 
 bool TCPSettingWidget::openOrClose(bool atStart)
 {
-    const QString buttonText = ui->openTcpBtn->text();
-    const bool toOpen = buttonText == tr("Open") || buttonText == tr("Connect");
-    const bool client = ui->comboBox_tcp->currentText() == tr("TCP Client");
-
-    if (toOpen) {
+    if (ui->label_TCP->property("status").toInt() == kLampClosed) {
         const Device::Fields fields = fieldsShown();
         const bool opened = atStart ? device->openAtStart(fields) : device->open(fields);
         if (opened) {
-            ui->openTcpBtn->setText(client ? tr("Disconnect") : tr("Close"));
+            showButtonText(false);
             showLamp(device->isWaiting() ? kLampWaiting : kLampOpen);
             setControlsEnabled(false);
         }
@@ -216,8 +207,8 @@ bool TCPSettingWidget::openOrClose(bool atStart)
     }
 
     qDebug() << "IP " << ui->lineEdit_IP->text();
-    device->close(client);
-    ui->openTcpBtn->setText(client ? tr("Connect") : tr("Open"));
+    device->close();
+    showButtonText(true);
     showLamp(kLampClosed);
     setControlsEnabled(true);
     return true;
@@ -249,12 +240,12 @@ void TCPSettingWidget::updateDependentFields()
 {
     // The role box takes input exactly while the device is closed.
     const bool editable = ui->comboBox_tcp->isEnabledTo(this);
-    const int role = ui->comboBox_tcp->currentIndex();
+    const Endpoint* endpoint = device->endpoint();
     const bool speed = editable && ui->checkBoxKeyOutput->isChecked();
-    const bool allowedCamera = editable && role == 1;
+    const bool allowedCamera = editable && endpoint && endpoint->takesCameras();
     ui->comboBoxKeySpeed->setEnabled(speed);
     ui->labelKeySpeed->setEnabled(speed);
     ui->lineEditAllowedCamera->setEnabled(allowedCamera);
     ui->labelAllowedCamera->setEnabled(allowedCamera);
-    ui->checkBoxWaitForCamera->setEnabled(editable && role == 0);
+    ui->checkBoxWaitForCamera->setEnabled(editable && endpoint && endpoint->waitsForCamera());
 }

@@ -42,6 +42,8 @@ private:
     bool checkFields();
     // The lamp, and a tooltip that says why it is amber.
     void showLamp(int status);
+    // The open button's text for the role, as the device is closed or not.
+    void showButtonText(bool closed);
     void setControlsEnabled(bool enabled);
     // A field that depends on another choice takes input only with it, and its label follows it.
     void updateDependentFields();

@@ -1,10 +1,7 @@
 #include "NetTCPServer.h"
 
-#include <QMessageLogger>
 #include <atomic>
 #include <chrono>
-#include <cstring>
-#include <memory>
 
 using Velko::Memory::TSharedPtr;
 using Velko::Wirelet::CMemoryPacket;
@@ -27,7 +24,7 @@ std::atomic<NetTCPServer::Clock> turnAwayClock { steadyMilliseconds };
 } // namespace
 
 NetTCPServer::NetTCPServer(QObject* parent)
-    : QObject(parent)
+    : Endpoint(parent)
 {
 }
 
@@ -100,13 +97,6 @@ int NetTCPServer::moveTo(QString ip, QString port)
     }
     sessions.clear();
     server = moved;
-    return 0;
-}
-
-int NetTCPServer::setDataCallback(DataCallback callback, void* context)
-{
-    dataCallback = callback;
-    dataContext = context;
     return 0;
 }
 
@@ -218,18 +208,7 @@ void NetTCPServer::onDisconnected(TSharedPtr<ISession>& session, std::int32_t)
 
 void NetTCPServer::onReceive(TSharedPtr<ISession>&, TSharedPtr<CMemoryPacket>& packet)
 {
-    std::lock_guard<std::mutex> lock(receiveMutex);
-    const auto size = static_cast<std::int32_t>(packet->getDataSize());
-    if (size <= 0) {
-        return;
-    }
-    QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).info("onReceive data size: %d", size);
-    // The extra zero lets the receiver read the chunk as a zero-terminated string.
-    std::unique_ptr<char[]> copy(new char[size + 1]());
-    std::memcpy(copy.get(), packet->getBufferPtr(), static_cast<std::size_t>(size));
-    if (dataCallback) {
-        dataCallback(copy.get(), size, dataContext);
-    }
+    deliver(*packet);
 }
 
 void NetTCPServer::onSessionNotify(void*) { }

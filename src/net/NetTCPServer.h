@@ -1,12 +1,11 @@
 #pragma once
 
-#include "DataCallback.h"
+#include "Endpoint.h"
 #include "Wirelet.h"
 
 #include <QByteArray>
 #include <QHash>
 #include <QHostAddress>
-#include <QObject>
 #include <QString>
 #include <QVector>
 #include <cstdint>
@@ -15,7 +14,7 @@
 // The server role of a device: listens, takes one camera at a time and turns any other away (or
 // lets the camera it serves replace its own connection), hands the bytes to one callback and
 // reports what happens as messages.
-class NetTCPServer : public QObject, public Velko::Wirelet::ISessionServerSink
+class NetTCPServer : public Endpoint, public Velko::Wirelet::ISessionServerSink
 {
     Q_OBJECT
 
@@ -23,18 +22,19 @@ public:
     explicit NetTCPServer(QObject* parent);
     ~NetTCPServer() override;
 
-    int open(QString ip, QString port);
-    int close();
-    // Listens on another address instead, on the GUI thread like open; a camera on the old one is
-    // let go. When the new address cannot be opened the server listens on where it was and gives 1.
-    int moveTo(QString ip, QString port);
-    int setDataCallback(DataCallback callback, void* context);
-    int send(const char* data, std::uint32_t size);
+    int open(QString ip, QString port) override;
+    int close() override;
+    int send(const char* data, std::uint32_t size) override;
+    bool takesCameras() const override { return true; }
     // When set, a camera from any other address is turned away; empty takes the first camera.
-    void setAllowedCamera(const QString& address);
+    void setAllowedCamera(const QString& address) override;
     // When set, a camera that connects from the address of the one connected takes its place: one
     // that lost power left a connection that only keepalive would end, and its frames meanwhile.
-    void setReplaceSameCamera(bool replace);
+    void setReplaceSameCamera(bool replace) override;
+    bool listensOnMachineAddress() const override { return true; }
+    // Listens on another address instead, on the GUI thread like open; a camera on the old one is
+    // let go. When the new address cannot be opened the server listens on where it was and gives 1.
+    int moveTo(QString ip, QString port) override;
     // Monotonic milliseconds that space the turn-away messages of every server; tests give their own.
     using Clock = std::int64_t (*)();
     static void setClock(Clock clock);
@@ -44,9 +44,6 @@ public:
     void onReceive(Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>& session,
                    Velko::Memory::TSharedPtr<Velko::Wirelet::CMemoryPacket>& packet) override;
     void onSessionNotify(void* argument) override;
-
-signals:
-    void sendMsgSig(QString msg);
 
 private:
     // Under sessionMutex. Says at most once a minute per address that a camera was turned away.
@@ -61,9 +58,6 @@ private:
     Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionServer> server;
     QVector<Velko::Memory::TSharedPtr<Velko::Wirelet::ISession>> sessions;
     std::mutex sessionMutex;
-    std::mutex receiveMutex;
-    DataCallback dataCallback = nullptr;
-    void* dataContext = nullptr;
     QHostAddress allowedCamera;
     bool replaceSameCamera = false;
     QHash<QString, TurnedAway> turnedAway;

@@ -1,16 +1,12 @@
 #include "NetTcpClient.h"
 
-#include <QMessageLogger>
-#include <cstring>
-#include <memory>
-
 using Velko::Memory::TSharedPtr;
 using Velko::Wirelet::CMemoryPacket;
 using Velko::Wirelet::CSessionFactory;
 using Velko::Wirelet::ISessionClient;
 
 NetTcpClient::NetTcpClient(QObject* parent)
-    : QObject(parent)
+    : Endpoint(parent)
 {
 }
 
@@ -68,13 +64,6 @@ int NetTcpClient::close()
     return 0;
 }
 
-int NetTcpClient::setDataCallback(DataCallback callback, void* context)
-{
-    dataCallback = callback;
-    dataContext = context;
-    return 0;
-}
-
 int NetTcpClient::send(const char* data, std::uint32_t size)
 {
     if (!session || !connected) {
@@ -106,18 +95,7 @@ void NetTcpClient::onDisconnected(TSharedPtr<ISessionClient>& session, std::int3
 
 void NetTcpClient::onReceive(TSharedPtr<ISessionClient>&, TSharedPtr<CMemoryPacket>& packet)
 {
-    std::lock_guard<std::mutex> lock(receiveMutex);
-    const auto size = static_cast<std::int32_t>(packet->getDataSize());
-    if (size <= 0) {
-        return;
-    }
-    QMessageLogger(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC).info("onReceive data size: %d", size);
-    // The extra zero lets the receiver read the chunk as a zero-terminated string.
-    std::unique_ptr<char[]> copy(new char[size + 1]());
-    std::memcpy(copy.get(), packet->getBufferPtr(), static_cast<std::size_t>(size));
-    if (dataCallback) {
-        dataCallback(copy.get(), size, dataContext);
-    }
+    deliver(*packet);
 }
 
 void NetTcpClient::onSessionNotify(void*) { }

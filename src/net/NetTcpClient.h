@@ -1,10 +1,9 @@
 #pragma once
 
-#include "DataCallback.h"
+#include "Endpoint.h"
 #include "Wirelet.h"
 
 #include <QByteArray>
-#include <QObject>
 #include <QString>
 #include <atomic>
 #include <cstdint>
@@ -12,7 +11,7 @@
 
 // The client role of a device: one outgoing connection to a camera, whose bytes go to one
 // callback and whose events become messages.
-class NetTcpClient : public QObject, public Velko::Wirelet::ISessionClientSink
+class NetTcpClient : public Endpoint, public Velko::Wirelet::ISessionClientSink
 {
     Q_OBJECT
 
@@ -20,12 +19,12 @@ public:
     explicit NetTcpClient(QObject* parent);
     ~NetTcpClient() override;
 
-    int open(QString ip, QString port);
+    int open(QString ip, QString port) override;
+    int close() override;
+    int send(const char* data, std::uint32_t size) override;
+    bool waitsForCamera() const override { return true; }
     // Returns at once and connects as soon as the camera answers; says nothing until it does.
-    int openWhenReachable(QString ip, QString port);
-    int close();
-    int setDataCallback(DataCallback callback, void* context);
-    int send(const char* data, std::uint32_t size);
+    int openWhenReachable(QString ip, QString port) override;
 
     void onConnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionClient>& session) override;
     void onDisconnected(Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionClient>& session,
@@ -34,10 +33,6 @@ public:
                    Velko::Memory::TSharedPtr<Velko::Wirelet::CMemoryPacket>& packet) override;
     void onSessionNotify(void* argument) override;
 
-signals:
-    void sendMsgSig(QString msg);
-    void cameraConnected();
-
 private:
     // Reads the camera's address from the session into peerIP and peerPort and returns them.
     void readPeer(Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionClient>& session, QByteArray& ip, quint16& port);
@@ -45,9 +40,6 @@ private:
     Velko::Memory::TSharedPtr<Velko::Wirelet::ISessionClient> session;
     std::atomic<bool> connected { false };
     std::mutex sessionMutex;
-    std::mutex receiveMutex;
-    DataCallback dataCallback = nullptr;
-    void* dataContext = nullptr;
     QByteArray peerIP;
     quint16 peerPort = 0;
     // Covers peerIP and peerPort only; held for no call out of this class.

@@ -38,7 +38,7 @@ int HeadlessService::start(const QString& configPath)
         }
         auto* device = new Device(this);
         device->setObjectName(QString::fromLatin1(name));
-        device->settings() = *settings;
+        device->setSettings(*settings);
         openDevice(device);
         if (device->isOpen()) {
             m_devices.append(device);
@@ -57,12 +57,10 @@ void HeadlessService::stop()
 
 void HeadlessService::openDevice(Device* device)
 {
-    const TCPSettings& settings = device->settings();
-    const bool client = settings.tcpType == 0;
     // As on the page: a server listens on the machine's address of the moment, not the stored one.
-    const QString ip = client ? settings.tcpClientIP : settings.tcpType == 1 ? Device::localIPAddress() : QString();
-    Device::Fields fields = Device::storedFields(settings, ip);
-    // Nobody is there to press the button once the camera is up, so a client always waits for it.
+    const QString ip = device->openAddress();
+    Device::Fields fields = Device::storedFields(device->settings(), ip);
+    // Nobody is there to press the button once the camera is up, so a device always waits for it.
     fields.waitForCamera = true;
     // A server that moves to the network address once there is one prints its new address.
     connect(device, &Device::message, this, [this, device](const QString& text) {

@@ -168,7 +168,7 @@ private slots:
         const QString port = QString::number(FakeCamera::freePort()), up = "ip link set tw1 up && ip link set tw0 up";
         Device chosen;
         chosen.settings().fileDir = frames.path();
-        QVERIFY(chosen.open({ false, "127.0.0.2", QString::number(FakeCamera::freePort()), "#", "$" }));
+        QVERIFY(chosen.open({ 1, "127.0.0.2", QString::number(FakeCamera::freePort()), "#", "$" }));
         m_page->setSettings({ 1, 1, port, "", frames.path(), "#", "$" });
         auto* ip = m_page->findChild<QLineEdit*>("lineEdit_IP");
         const QString none = "This machine has no network address yet; the server listens on %1:%2 and moves";
@@ -262,7 +262,7 @@ private slots:
         m_pane.clear();
         device.settings().tcpClientIP = "10.0.0.9";
         device.settings().tcpPort = "7";
-        QVERIFY(!device.open({ true, "127.0.0.1", QString::number(FakeCamera::freePort()), "[", "]" }));
+        QVERIFY(!device.open({ 0, "127.0.0.1", QString::number(FakeCamera::freePort()), "[", "]" }));
         QVERIFY(!device.isOpen());
         QCOMPARE(m_pane.toPlainText(), QString("Failed to connect to the server.\nDisconnected server successfully!"));
         QVERIFY(FileProbe::readAll(m_log).endsWith("[INFO] open TCP client failed, ip: 10.0.0.9, port: 7.\n"));
@@ -293,7 +293,7 @@ private slots:
             queue += "[" + QByteArray::number(i) + "]";
         camera.greetWith(queue);
         const quint16 port = waiting ? FakeCamera::freePort() : camera.listen();
-        const Device::Fields fields { true, "127.0.0.1", QString::number(port), "[", "]", true };
+        const Device::Fields fields { 0, "127.0.0.1", QString::number(port), "[", "]", true };
         QVERIFY(waiting ? device.waitForCamera(fields) && device.isWaiting() : device.open(fields));
         QVERIFY(!waiting || camera.listen(port) == port);
         QTRY_COMPARE_WITH_TIMEOUT(FileProbe::textFiles(frames.path()).size(), 3000, 10000);
@@ -303,7 +303,7 @@ private slots:
         QTRY_COMPARE(opened.count(), int(waiting));
         QVERIFY(!device.isWaiting() && device.isOpen());
         QCOMPARE(m_pane.toPlainText().count("does not answer yet"), int(waiting));
-        device.close(true);
+        device.close();
         QTRY_COMPARE(camera.endedByPeerCount(), 1);
     }
 
@@ -313,8 +313,8 @@ private slots:
         Device device;
         FakeCamera later;
         const quint16 port = FakeCamera::freePort();
-        QVERIFY(device.waitForCamera({ true, "127.0.0.1", QString::number(port), "[", "]" }));
-        device.close(true);
+        QVERIFY(device.waitForCamera({ 0, "127.0.0.1", QString::number(port), "[", "]" }));
+        device.close();
         QVERIFY(!device.isWaiting() && !device.isOpen());
         QCOMPARE(later.listen(port), port);
         QTest::qWait(2500); // past the library's retry interval: nothing may connect now
