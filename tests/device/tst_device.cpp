@@ -13,6 +13,9 @@
 
 static std::atomic<std::int64_t> s_now { 0 }; // the servers' clock, in milliseconds
 
+Q_DECLARE_METATYPE(TCPSettings)
+Q_DECLARE_METATYPE(QHostAddress)
+
 // The address the server role should offer, from the lists the page consults.
 static QString serverAddress()
 {
@@ -35,24 +38,27 @@ private slots:
     }
     void cleanup() { delete m_page; }
 
-    // A row: the host name's addresses | the active interfaces' addresses | the one to listen on.
+    // What the host name resolves to and what the active interfaces hold give the one to listen on.
     void localIPv4Choice_data()
     {
-        QTest::addColumn<QString>("row");
-        QTest::newRow("127.0.1.1 gives way") << "::1,127.0.1.1,192.168.1.5|fe80::2,127.0.0.1,10.0.0.2|10.0.0.2";
-        QTest::newRow("the host name's own address kept") << "192.168.1.5|10.0.0.2|192.168.1.5";
-        QTest::newRow("loopback kept without interface IPv4") << "127.0.1.1|fe80::2|127.0.1.1";
-        QTest::newRow("only IPv6 for the host name") << "::1,2001:db8::1|10.0.0.2|";
+        using Addresses = QList<QHostAddress>;
+        QTest::addColumn<Addresses>("host");
+        QTest::addColumn<Addresses>("interfaces");
+        QTest::addColumn<QHostAddress>("chosen");
+        const QHostAddress lan("192.168.1.5"), net("10.0.0.2"), debian("127.0.1.1"), link("fe80::2");
+        QTest::newRow("127.0.1.1 gives way") << Addresses { QHostAddress("::1"), debian, lan }
+                                             << Addresses { link, QHostAddress("127.0.0.1"), net } << net;
+        QTest::newRow("the host name's own address kept") << Addresses { lan } << Addresses { net } << lan;
+        QTest::newRow("loopback kept without interface IPv4") << Addresses { debian } << Addresses { link } << debian;
+        QTest::newRow("only IPv6 for the host name")
+            << Addresses { QHostAddress("::1"), QHostAddress("2001:db8::1") } << Addresses { net } << QHostAddress();
     }
 
     void localIPv4Choice()
     {
-        const QStringList cell = cells();
-        QList<QHostAddress> lists[2];
-        for (int i : { 0, 1 })
-            for (const QString& text : cell[i].split(',', Qt::SkipEmptyParts))
-                lists[i].append(QHostAddress(text));
-        QCOMPARE(chooseLocalIPv4(lists[0], lists[1]), QHostAddress(cell[2]));
+        QFETCH(QList<QHostAddress>, host);
+        QFETCH(QList<QHostAddress>, interfaces);
+        QTEST(chooseLocalIPv4(host, interfaces), "chosen");
     }
 
     // On a fresh page the role box rewrites the address; the client opens, then the server.
@@ -239,19 +245,22 @@ private slots:
     // A row: IP | port | start | end | directory | the message. Stored open, the page checks at once.
     void missingFieldStopsTheOpen_data()
     {
-        QTest::addColumn<QString>("row");
-        const QString address = "|Enter an IP address or port number!", marks = "|Enter a start char or end char!";
-        QTest::newRow("no IP") << "|1|#|$|d" + address;
-        QTest::newRow("no end") << "127.0.0.1|1|#||d" + marks;
-        QTest::newRow("no directory") << "127.0.0.1|1|#|$||You did not select any file save directory.";
-        QTest::newRow("address first") << "127.0.0.1||#||" + address;
+        QTest::addColumn<TCPSettings>("stored");
+        QTest::addColumn<QString>("message");
+        const QString address = "Enter an IP address or port number!", marks = "Enter a start char or end char!";
+        QTest::newRow("no IP") << TCPSettings { 1, 0, "1", "", "d", "#", "$" } << address;
+        QTest::newRow("no end") << TCPSettings { 1, 0, "1", "127.0.0.1", "d", "#", "" } << marks;
+        QTest::newRow("no directory") << TCPSettings { 1, 0, "1", "127.0.0.1", "", "#", "$" }
+                                      << "You did not select any file save directory.";
+        QTest::newRow("address first") << TCPSettings { 1, 0, "", "127.0.0.1", "", "#", "" } << address;
     }
 
     void missingFieldStopsTheOpen()
     {
-        const QStringList cell = cells();
-        m_page->setSettings({ 1, 0, cell[1], cell[0], cell[4], cell[2], cell[3] });
-        QCOMPARE(m_pane.document()->lastBlock().text() + state(), cell[5] + "Connect 0 10 TCP Client");
+        QFETCH(TCPSettings, stored);
+        m_page->setSettings(stored);
+        QTEST(m_pane.document()->lastBlock().text(), "message");
+        QCOMPARE(state(), QStringLiteral("Connect 0 10 TCP Client"));
     }
 
     // A failed open closes again and logs the address stored, not the one tried.
@@ -307,20 +316,6 @@ private slots:
         QTRY_COMPARE(camera.endedByPeerCount(), 1);
     }
 
-    // A close ends a wait: the camera that comes up later is never called.
-    void closeEndsTheWait()
-    {
-        Device device;
-        FakeCamera later;
-        const quint16 port = FakeCamera::freePort();
-        QVERIFY(device.waitForCamera({ 0, "127.0.0.1", QString::number(port), "[", "]" }));
-        device.close();
-        QVERIFY(!device.isWaiting() && !device.isOpen());
-        QCOMPARE(later.listen(port), port);
-        QTest::qWait(2500); // past the library's retry interval: nothing may connect now
-        QCOMPARE(later.acceptedCount(), 0);
-    }
-
 private:
     void press() { QTest::mouseClick(m_page->findChild<QToolButton*>("openTcpBtn"), Qt::LeftButton); }
     // The button's text, the stored status, how many controls take input, and the role shown.
@@ -334,7 +329,6 @@ private:
         const QString role = m_page->findChild<QComboBox*>("comboBox_tcp")->currentText();
         return QString("%1 %2 %3 %4").arg(button).arg(m_page->getSettings().status).arg(enabled).arg(role);
     }
-    static QStringList cells() { return static_cast<QString*>(QTest::qData("row", QMetaType::QString))->split('|'); }
 
     const QString m_log = QDir::temp().filePath("device.log"); // the runner's scratch directory
     QTranslator m_chinese;
