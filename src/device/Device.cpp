@@ -5,6 +5,7 @@
 #include "Logger.h"
 #include "NetTCPServer.h"
 #include "NetTcpClient.h"
+#include "XTestKeyInjector.h"
 
 #include <QDebug>
 #include <QHostAddress>
@@ -56,6 +57,7 @@ Device::Device(QObject* parent)
     connect(m_client, &NetTcpClient::sendMsgSig, this, &Device::message);
     connect(m_server, &NetTCPServer::sendMsgSig, this, &Device::message);
     connect(m_dataThread, &DataThread::writingNotice, this, &Device::message, Qt::QueuedConnection);
+    m_dataThread->setKeyInjectorFactory([] { return std::make_unique<XTestKeyInjector>(); });
 
     connect(m_client, &NetTcpClient::cameraConnected, this, [this] {
         if (m_waiting) {

@@ -1,8 +1,8 @@
 #include "FrameFileWriter.h"
 
+#include "FrameFileSink.h"
 #include "Logger.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
@@ -17,7 +17,7 @@
 
 namespace {
 
-const QByteArray kFramePrefix = "The package barcode info is :";
+const QByteArray kFramePrefix = FrameFileSink::kPrefix;
 
 // Gives the file its name only if no other file has it: a reader sees it whole or not at all.
 bool renameWithoutReplacing(const QByteArray& source, const QByteArray& target)
@@ -123,9 +123,9 @@ void FrameFileWriter::recover()
     }
 }
 
-void FrameFileWriter::write(const QString& frame)
+void FrameFileWriter::write(const QString& frame, const QDateTime& received)
 {
-    Frame next { QDateTime::currentDateTime().toString("yyyyMMdd_hhmmss_zzz"), kFramePrefix + frame.toUtf8() };
+    Frame next { FrameFileSink::fileStamp(received), kFramePrefix + frame.toUtf8() };
     if (m_waiting.empty()) {
         if (store(next)) {
             return;

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 #include <chrono>
@@ -24,8 +25,8 @@ public:
     // Gives complete frames that a crash left under temporary names their final names and
     // removes the cut ones; says in one log line what it did.
     void recover();
-    // Writes the frame, or queues it behind the frames that wait.
-    void write(const QString& frame);
+    // Writes the frame under the name of the time it came, or queues it behind the frames that wait.
+    void write(const QString& frame, const QDateTime& received);
     // Tries the waiting frames again once the pause after the last failure is over.
     void retryIfDue();
     bool hasWaiting() const { return !m_waiting.empty(); }
