@@ -135,6 +135,11 @@ private slots:
             { "X", "Y", forty, "Z" });
         row("carried behind the first end", { { "x$y#" + forty.toLatin1() }, { "$" } }, { forty }, { forty });
         row("short start", { { "zz#0123456789" }, { "$" } }, { "0123456789" }, { "0123456789" });
+        const QByteArray k30(30, 'k');
+        row("start 31 characters from the end",
+            { { "x$y$z#" + k30 }, { "$" }, { "#B$#C$" }, quiet, { "#Z$" } },
+            { k30, "B", "C", "Z" },
+            { k30, "B", "C", "Z" });
         // 32 characters from the start on are no longer short: the text from the first end on is carried,
         // so the frame comes a pass later and the last of a burst is lost.
         row("start 32 characters from the end",
