@@ -270,7 +270,15 @@ void DataThread::runKeeping(const std::vector<FrameSink*>& sinks, KeyPlayer* pla
 void DataThread::deliver(const Framer::Result& result, const std::vector<FrameSink*>& sinks)
 {
     for (const QString& text : result.frames) {
-        const FrameSink::Frame frame { text, m_device, QDateTime::currentDateTime() };
+        // The local time looks at the time zone file each time: once a millisecond is enough.
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        if (now != m_receivedMs) {
+            m_receivedMs = now;
+            // A fixed offset: sinks that format or compare the time need not look at the zone again.
+            const int offset = QDateTime::fromMSecsSinceEpoch(now).offsetFromUtc();
+            m_received = QDateTime::fromMSecsSinceEpoch(now, Qt::OffsetFromUTC, offset);
+        }
+        const FrameSink::Frame frame { text, m_device, m_received };
         for (FrameSink* sink : sinks) {
             sink->take(frame);
         }

@@ -4,6 +4,7 @@
 #include "KeyPlayer.h"
 #include "ReceiveBuffer.h"
 
+#include <QDateTime>
 #include <QString>
 #include <QThread>
 #include <atomic>
@@ -97,4 +98,6 @@ private:
     KeyInjector* m_typingInjector = nullptr;
     // The objectName() the run began with, given with each frame. Worker only.
     QString m_device;
+    qint64 m_receivedMs = -1;
+    QDateTime m_received;
 };

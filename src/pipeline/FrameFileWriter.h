@@ -48,7 +48,7 @@ private:
     using Clock = std::chrono::steady_clock;
     struct Frame
     {
-        QString stamp;
+        QByteArray stamp;
         QByteArray content;
     };
 
@@ -62,7 +62,14 @@ private:
     void logLost();
 
     const QString m_dir;
+    const QByteArray m_dirName;
     const Notice m_notice;
+    const qint64 m_pid;
+    // The stamp of the last stored frame and the copy number its next namesake tries first.
+    QByteArray m_copyStamp;
+    int m_nextCopy = 0;
+    qint64 m_stampMs = 0;
+    QByteArray m_stamp;
     std::deque<Frame> m_waiting;
     qint64 m_waitingBytes = 0;
     // The errno of the last failed write; 0 once writing goes on again.
