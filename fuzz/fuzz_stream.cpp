@@ -1,20 +1,16 @@
-// The worker's passes over arbitrary streams: any start and end text, any cut into chunks, silences
-// in between, typing on or off. Checks what must hold whatever the camera sends.
+// The framers and the key plan over arbitrary streams: any start and end text, any cut into reads,
+// silences in between. Checks what must hold whatever the camera sends.
+#include "ChunkFramer.h"
 #include "DataThread.h"
-#include "DataThreadStepper.h"
-#include "Logger.h"
-#include "RecordingKeyInjector.h"
+#include "EveryFrameFramer.h"
+#include "KeyPlan.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QTemporaryDir>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 namespace {
-
-const QByteArray kPrefix = "The package barcode info is :";
-QTemporaryDir* g_frameDir = nullptr;
 
 void fail(const char* what, const QString& detail)
 {
@@ -22,53 +18,17 @@ void fail(const char* what, const QString& detail)
     std::abort();
 }
 
-// Every file holds the prefix and then at most one line; the files go again for the next input.
-int checkAndRemoveFrameFiles()
-{
-    QDir dir(g_frameDir->path());
-    const QStringList names = dir.entryList(QDir::Files);
-    for (const QString& name : names) {
-        QFile file(dir.filePath(name));
-        const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        if (!content.startsWith(kPrefix) || content.contains('\r') || content.contains('\n'))
-            fail("frame file without its prefix or with a line break", content);
-        file.remove();
-    }
-    return names.size();
-}
-
-// A chord is all its keys down, then the same keys up in the same order, at most five of them.
-void checkChord(const QString& event)
-{
-    const QStringList parts = event.mid(5).split(", ");
-    const int half = parts.size() / 2;
-    if (parts.size() % 2 != 0 || half < 1 || half > DataThread::kMostChordKeys)
-        fail("chord of a wrong size", event);
-    for (int k = 0; k < half; ++k) {
-        const QString key = parts[k].section(' ', 0, 0);
-        if (!parts[k].endsWith(" down") || parts[half + k] != key + " up"
-            || !DataThread::vkNameTable.values().contains(key.toInt())) {
-            fail("chord out of order", event);
-        }
-    }
-}
-
-// Returns the number of characters typed; a character goes down and comes straight up.
-int checkEvents(const QStringList& events)
+// A chord presses one to five named keys. Returns how many characters and CR taps there are.
+int checkActions(const KeyPlan::Typing& typing)
 {
     int typed = 0;
-    for (int i = 0; i < events.size(); ++i) {
-        const QString& event = events[i];
-        if (event.startsWith("keys ")) {
-            checkChord(event);
-        } else if (event == "tap 13") {
-            ++typed;
-        } else if (!event.startsWith("char ") || !event.endsWith(" down") || i + 1 >= events.size()
-                   || events[i + 1] != event.chopped(5) + " up" || event.section(' ', 1, 1).toUInt() > 255) {
-            fail("unexpected event, or a character without its release", event);
-        } else {
-            ++typed;
-            ++i;
+    for (const KeyPlan::Action& action : typing.actions) {
+        typed += action.kind != KeyPlan::Action::Kind::Chord;
+        const bool named = std::all_of(
+            action.keys.cbegin(), action.keys.cend(), [](int key) { return KeyPlan::keyNames.values().contains(key); });
+        if (!named || action.keys.size() > KeyPlan::kMostChordKeys
+            || (action.kind == KeyPlan::Action::Kind::Chord && action.keys.isEmpty())) {
+            fail("a chord of a wrong size or with a key that has no name", typing.logged);
         }
     }
     return typed;
@@ -79,14 +39,12 @@ int checkEvents(const QStringList& events)
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     new QCoreApplication(*argc, *argv);
-    Logger::setLevel(LOG_ERROR);
-    g_frameDir = new QTemporaryDir();
     return 0;
 }
 
-// Input: one byte with the lengths of start and end (1-4 bytes each) and typing (0x10), their
-// bytes, then steps. A step byte of 0xF0 or more is a silence; any other gives a chunk of
-// (byte & 0x7F) + 1 bytes.
+// Input: one byte with the lengths of start and end (1-4 bytes each) and the key encoding (0x10 for
+// UTF-8), their bytes, then steps. A step byte of 0xF0 or more is a silence; any other gives a read
+// of (byte & 0x7F) + 1 bytes.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QByteArray input = QByteArray::fromRawData(reinterpret_cast<const char*>(data), int(size));
@@ -101,40 +59,46 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const QString end = QString::fromUtf8(take(1 + ((head >> 2) & 3)));
     if (start.isEmpty() || end.isEmpty())
         return 0;
-    RecordingKeyInjector keys;
-    DataThread thread;
-    thread.setStartEndChar(start, end);
-    thread.setFileDir(g_frameDir->path());
-    DataThreadStepper stepper(thread, (head & 0x10) ? &keys : nullptr);
-
-    int passes = 0;
-    int fed = 0;
-    for (; at < input.size(); ++passes) {
+    ChunkFramer chunked(start, end);
+    EveryFrameFramer kept(start, end);
+    KeyPlan keys((head & 0x10) ? KeyPlan::Encoding::Utf8 : KeyPlan::Encoding::Latin1);
+    QStringList keptFrames;
+    QByteArray whole;
+    int typed = 0;
+    while (at < input.size()) {
         const uint8_t step = data[at++];
         if (step >= 0xF0) {
-            // The held keys go out first; the carried frame waits for the next silence.
-            const bool keysHeld = !stepper.keyCarry().isEmpty();
-            stepper.silence();
-            if (!stepper.fileCarry().isEmpty() && !keysHeld)
-                fail("silence kept the file carry", stepper.fileCarry());
+            const std::optional<Framer::Result> ended = chunked.silence();
+            if (ended && ended->frames.size() > 1)
+                fail("a silence wrote more than one frame", ended->frames.join('|'));
+            if (chunked.carriedLength() != 0 || kept.silence())
+                fail("a silence left the carry or ended a kept frame", start + "|" + end);
+            typed += checkActions(keys.flush());
             continue;
         }
-        const QByteArray chunk = take((step & 0x7F) + 1);
-        stepper.feedChunk(chunk.constData(), chunk.size());
-        fed += chunk.size();
-        if (stepper.fileCarry().size() > DataThread::kFileCarryLimit
-            || stepper.keyCarry().size() > DataThread::kHeldChordLength) {
-            fail("a carry above its limit", stepper.fileCarry().left(80) + "|" + stepper.keyCarry());
+        const QByteArray read = take(qMin((step & 0x7F) + 1, DataThread::kChunkSize));
+        whole += read;
+        const Framer::Result cut = chunked.feed(read);
+        if (cut.frames.size() > 1 || chunked.carriedLength() > ChunkFramer::kCarryLimit)
+            fail("more than one frame a chunk, or a carry above its limit", cut.frames.join('|'));
+        for (const QString& frame : kept.feed(read).frames) {
+            if (frame.isEmpty() || frame.contains(end))
+                fail("a kept frame empty or holding the end text", frame);
+            keptFrames << frame;
         }
+        typed += checkActions(keys.feed(read));
+        if (keys.held().size() >= KeyPlan::kHeldChordLength)
+            fail("a held tail above its limit", keys.held());
     }
-    stepper.silence();
-    ++passes;
-    // At most one frame a pass; names that share a millisecond overwrite each other, never add.
-    if (checkAndRemoveFrameFiles() > passes)
-        fail("more frame files than passes", QString::number(passes));
+    typed += checkActions(keys.flush());
+    // However valid UTF-8 falls into reads, every frame kept is the same. A broken sequence may be
+    // replaced by a different number of characters when a read cuts it.
+    const bool valid = QString::fromUtf8(whole.constData(), whole.size()).toUtf8() == whole;
+    if (valid && EveryFrameFramer(start, end).feed(whole).frames != keptFrames)
+        fail("kept frames depend on the reads", keptFrames.join('|'));
     // A carried tail is typed again from its text, where a broken UTF-8 byte becomes a three-byte
     // replacement; beyond that, nothing may be typed twice or go on by itself.
-    if (checkEvents(keys.keyEvents()) > 3 * fed)
-        fail("more characters typed than received", QString::number(fed));
+    if (typed > 3 * whole.size())
+        fail("more characters typed than received", QString::number(whole.size()));
     return 0;
 }

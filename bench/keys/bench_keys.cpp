@@ -115,6 +115,7 @@ Figures throughWorker(QLineEdit& edit, const QByteArray& text, int outputSpeed)
 {
     QTemporaryDir frames;
     DataThread worker;
+    worker.setKeyInjectorFactory([] { return std::make_unique<XTestKeyInjector>(); });
     worker.setKeyOutput(true);
     worker.setStartEndChar("\x01", "\x02");
     worker.setFileDir(frames.path());

@@ -5,6 +5,7 @@
 #include "EndpointFactory.h"
 #include "LocalIPv4.h"
 #include "Logger.h"
+#include "XTestKeyInjector.h"
 
 #include <QDebug>
 #include <QHostAddress>
@@ -51,6 +52,7 @@ Device::Device(QObject* parent)
     m_addressWatch->setInterval(kAddressWatchMs);
     connect(m_addressWatch, &QTimer::timeout, this, &Device::moveToNetworkAddress);
     connect(m_dataThread, &DataThread::writingNotice, this, &Device::message, Qt::QueuedConnection);
+    m_dataThread->setKeyInjectorFactory([] { return std::make_unique<XTestKeyInjector>(); });
 }
 
 Device::~Device()
@@ -178,6 +180,8 @@ void Device::startWorker(const Fields& fields)
     m_dataThread->setKeepEveryFrame(fields.keepEveryFrame);
     m_dataThread->setStartEndChar(fields.startChar, fields.endChar);
     m_dataThread->setFileDir(m_settings.fileDir);
+    // Frames carry the name their device is known by.
+    m_dataThread->setObjectName(objectName());
     m_dataThread->startThread();
 }
 

@@ -1,36 +1,22 @@
 #include "DataThread.h"
 
-#include "FrameFileWriter.h"
-#include "FrameKeeper.h"
+#include "ChunkFramer.h"
+#include "EveryFrameFramer.h"
+#include "FrameFileSink.h"
+#include "KeptFrameFileSink.h"
 #include "KeyInjector.h"
 #include "Logger.h"
-#include "XTestKeyInjector.h"
 
 #include <QByteArray>
 #include <QDateTime>
-#include <QFile>
-#include <QStringList>
-#include <QTextStream>
-#include <QVector>
 #include <algorithm>
-#include <cstring>
-#include <memory>
-
-namespace {
-
-const char* const kFramePrefix = "The package barcode info is :";
-
-} // namespace
-
-const QMap<QString, int> DataThread::vkNameTable = {
-    { "VK_ALT", 18 },   { "VK_SHIFT", 16 }, { "VK_CTRL", 17 }, { "VK_LEFT", 37 },
-    { "VK_RIGHT", 39 }, { "VK_DOWN", 40 },  { "VK_UP", 38 },   { "VK_TAB", 9 },
-};
 
 DataThread::DataThread(QObject* parent)
     : QThread(parent)
 {
 }
+
+DataThread::~DataThread() = default;
 
 bool DataThread::startThread()
 {
@@ -79,7 +65,7 @@ void DataThread::setKeyOutput(bool on)
 
 void DataThread::setOutputSpeed(int speed)
 {
-    m_keyDelay = (speed >= 0 && speed <= 4) ? 5 - speed : 5;
+    m_keyDelay = KeyPlayer::delayForSpeed(speed);
 }
 
 void DataThread::setKeepEveryFrame(bool on)
@@ -87,9 +73,19 @@ void DataThread::setKeepEveryFrame(bool on)
     m_keepEveryFrame = on;
 }
 
+void DataThread::setKeyInjectorFactory(KeyInjectorFactory factory)
+{
+    m_keyInjectorFactory = std::move(factory);
+}
+
 void DataThread::setKeyInjector(KeyInjector* injector)
 {
     m_keyInjector = injector;
+}
+
+void DataThread::addFrameSink(FrameSink* sink)
+{
+    m_extraSinks.push_back(sink);
 }
 
 void DataThread::pushData(const char* data, int len)
@@ -115,25 +111,45 @@ int DataThread::pendingBytes()
 
 void DataThread::run()
 {
-    // Xlib is not thread-safe, so the desktop's injector lives on the worker, one per run.
-    std::unique_ptr<XTestKeyInjector> desktopInjector;
+    std::unique_ptr<KeyInjector> madeInjector;
     m_typingInjector = nullptr;
     if (m_keyOutput) {
         m_typingInjector = m_keyInjector;
-        if (!m_typingInjector) {
-            desktopInjector = std::make_unique<XTestKeyInjector>();
-            m_typingInjector = desktopInjector.get();
+        if (!m_typingInjector && m_keyInjectorFactory) {
+            madeInjector = m_keyInjectorFactory();
+            m_typingInjector = madeInjector.get();
         }
-        if (!m_typingInjector->isAvailable()) {
+        if (!m_typingInjector || !m_typingInjector->isAvailable()) {
             Logger::info("[INFO] Key output is off: no X display to type into.");
             m_typingInjector = nullptr;
         }
     }
+    std::optional<KeyPlayer> player;
+    if (m_typingInjector) {
+        player.emplace(*m_typingInjector, m_keyDelay, m_stop);
+    }
+
+    m_device = objectName();
+    std::unique_ptr<FrameSink> files;
+    if (m_keepEveryFrame) {
+        files
+            = std::make_unique<KeptFrameFileSink>(m_fileDir, [this](const QString& text) { emit writingNotice(text); });
+    } else {
+        files = std::make_unique<FrameFileSink>(m_fileDir, m_mutex);
+    }
+    std::vector<FrameSink*> sinks { files.get() };
+    sinks.insert(sinks.end(), m_extraSinks.begin(), m_extraSinks.end());
+    for (FrameSink* sink : sinks) {
+        sink->open();
+    }
 
     if (m_keepEveryFrame) {
-        runKeeping();
+        runKeeping(sinks, player ? &*player : nullptr);
     } else {
-        runChunked();
+        runChunked(sinks, player ? &*player : nullptr);
+    }
+    for (FrameSink* sink : sinks) {
+        sink->finish();
     }
 
     // The worker's last steps under the lock that stopThread() takes after its wait: what the
@@ -145,52 +161,58 @@ void DataThread::run()
     }
 }
 
-void DataThread::runChunked()
+void DataThread::runChunked(const std::vector<FrameSink*>& sinks, KeyPlayer* player)
 {
-    QString keyCarry;
-    QString fileCarry;
+    ChunkFramer framer(m_startChar, m_endChar);
+    KeyPlan keys(KeyPlan::Encoding::Latin1);
     int idlePasses = 0;
     unsigned char chunk[kChunkSize];
     while (!m_stop) {
-        std::memset(chunk, 0, sizeof chunk);
-        const int count = takeChunk(chunk);
+        int count = 0;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            count = m_buffer.read(chunk, kChunkSize);
+        }
         if (count > 0) {
             idlePasses = 0;
-            extractFrame(fileCarry, reinterpret_cast<const char*>(chunk), count, m_fileDir);
-            if (m_keyOutput && m_typingInjector) {
-                feedKeyStream(keyCarry, reinterpret_cast<const char*>(chunk), count);
+            const QByteArray bytes(reinterpret_cast<const char*>(chunk), count);
+            deliver(framer.feed(bytes), sinks);
+            if (player) {
+                type(keys.feed(bytes), *player, KeyPlayer::Stop::InRetries);
+            }
+            for (FrameSink* sink : sinks) {
+                sink->retryIfDue();
             }
             QThread::msleep(kChunkPauseMs);
             continue;
         }
 
         QThread::msleep(kIdlePauseMs);
-        ++idlePasses;
-        const bool silence = idlePasses == kSilencePasses;
-        if (!keyCarry.isEmpty() && idlePasses == kSilencePasses) {
-            const QByteArray bytes = keyCarry.toLocal8Bit();
-            sendKeyData(bytes.constData(), bytes.size());
+        if (++idlePasses != kSilencePasses) {
+            continue;
+        }
+        // A silence types the held keys first; the carried frame then waits for the next silence.
+        if (player && !keys.held().isEmpty()) {
+            type(keys.flush(), *player, KeyPlayer::Stop::InRetries);
             idlePasses = 0;
-            keyCarry.clear();
         }
         // Whatever typing borrowed (spare keycodes, released modifiers) goes back once the line is quiet.
-        if (silence && m_typingInjector) {
+        if (m_typingInjector) {
             m_typingInjector->finishTyping();
         }
-        if (!fileCarry.isEmpty() && idlePasses == kSilencePasses) {
-            flushFileCarry(fileCarry);
-            idlePasses = 0;
-            fileCarry.clear();
+        if (idlePasses == kSilencePasses) {
+            if (const std::optional<Framer::Result> ended = framer.silence()) {
+                deliver(*ended, sinks);
+                idlePasses = 0;
+            }
         }
     }
 }
 
-void DataThread::runKeeping()
+void DataThread::runKeeping(const std::vector<FrameSink*>& sinks, KeyPlayer* player)
 {
-    FrameFileWriter writer(m_fileDir, [this](const QString& text) { emit writingNotice(text); });
-    writer.recover();
-    FrameKeeper keeper(m_startChar, m_endChar, writer);
-    QString keyCarry;
+    EveryFrameFramer framer(m_startChar, m_endChar);
+    KeyPlan keys(KeyPlan::Encoding::Utf8);
     std::vector<unsigned char> bytes;
     std::unique_lock<std::mutex> lock(m_mutex);
     const auto arrived = [this] { return m_stop || m_buffer.size() > 0; };
@@ -198,15 +220,21 @@ void DataThread::runKeeping()
         if (!m_dataArrived.wait_for(lock, std::chrono::milliseconds(kKeepingSilenceMs), arrived)) {
             // Silence: the held tail goes out, typing gives back what it borrowed, then sleep until data.
             lock.unlock();
-            sendKeyText(std::exchange(keyCarry, QString()));
-            if (m_typingInjector) {
+            if (const std::optional<Framer::Result> ended = framer.silence()) {
+                deliver(*ended, sinks);
+            }
+            if (player) {
+                type(keys.flush(), *player, KeyPlayer::Stop::BetweenSteps);
                 m_typingInjector->finishTyping();
             }
             lock.lock();
-            // Frames that wait for the disk are tried again now and then until data comes.
-            while (writer.hasWaiting() && !m_dataArrived.wait_for(lock, writer.untilRetry(), arrived)) {
+            // Frames that wait for a sink are tried again now and then until data comes.
+            for (auto wait = untilRetry(sinks); wait && !m_dataArrived.wait_for(lock, *wait, arrived);
+                 wait = untilRetry(sinks)) {
                 lock.unlock();
-                writer.retryIfDue();
+                for (FrameSink* sink : sinks) {
+                    sink->retryIfDue();
+                }
                 lock.lock();
             }
             m_dataArrived.wait(lock, arrived);
@@ -224,225 +252,59 @@ void DataThread::runKeeping()
                              .arg(kKeepingBufferLimit)
                              .toStdString());
         }
-        const QString text = keeper.feed(QByteArray(reinterpret_cast<const char*>(bytes.data()), int(bytes.size())));
-        if (m_typingInjector) {
-            feedKeyText(keyCarry, text);
+        const QByteArray read = QByteArray::fromRawData(reinterpret_cast<const char*>(bytes.data()), int(bytes.size()));
+        deliver(framer.feed(read), sinks);
+        if (player) {
+            type(keys.feed(read), *player, KeyPlayer::Stop::BetweenSteps);
         }
         if (stopping) {
-            writer.finish();
             return;
         }
-        writer.retryIfDue();
+        for (FrameSink* sink : sinks) {
+            sink->retryIfDue();
+        }
         lock.lock();
     }
 }
 
-int DataThread::takeChunk(unsigned char* chunk)
+void DataThread::deliver(const Framer::Result& result, const std::vector<FrameSink*>& sinks)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_buffer.read(chunk, kChunkSize);
-}
-
-void DataThread::extractFrame(QString& fileCarry, const char* data, int len, const QString& dir)
-{
-    QString text = QString(QByteArray(data, len));
-    if (!fileCarry.isEmpty()) {
-        text.prepend(fileCarry);
-        fileCarry.clear();
-    }
-
-    const int size = text.size();
-    const int s = text.indexOf(m_startChar);
-    const int e = text.indexOf(m_endChar);
-
-    if (s == -1 && e != -1) {
-        fileCarry = text.mid(e + 1);
-    } else if (s >= 0 && (e == -1 || e < s) && size - s < kShortStartLength) {
-        fileCarry = text.mid(s);
-    } else if (s >= 0) {
-        if (e < size - 1) {
-            fileCarry = text.mid(e + 1);
+    for (const QString& text : result.frames) {
+        // The local time looks at the time zone file each time: once a millisecond is enough.
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        if (now != m_receivedMs) {
+            m_receivedMs = now;
+            // A fixed offset: sinks that format or compare the time need not look at the zone again.
+            const int offset = QDateTime::fromMSecsSinceEpoch(now).offsetFromUtc();
+            m_received = QDateTime::fromMSecsSinceEpoch(now, Qt::OffsetFromUTC, offset);
         }
-        const int n = e - s - 1;
-        if (e >= 0 && n >= 1) {
-            QString frame = text.mid(s + 1, n);
-            writeFrameFile(frame, dir);
+        const FrameSink::Frame frame { text, m_device, m_received };
+        for (FrameSink* sink : sinks) {
+            sink->take(frame);
         }
     }
-    limitFileCarry(fileCarry);
+    for (const QString& line : result.dropped) {
+        Logger::info(line.toStdString());
+    }
 }
 
-void DataThread::limitFileCarry(QString& fileCarry)
+void DataThread::type(const KeyPlan::Typing& typing, KeyPlayer& player, KeyPlayer::Stop stop)
 {
-    if (fileCarry.size() <= kFileCarryLimit) {
+    if (typing.actions.isEmpty()) {
         return;
     }
-    int frames = 0;
-    for (int s = fileCarry.indexOf(m_startChar), e = 0; s >= 0; s = fileCarry.indexOf(m_startChar, e + 1)) {
-        e = fileCarry.indexOf(m_endChar, s + 1);
-        if (e < 0) {
-            break;
-        }
-        frames += e > s + 1;
-    }
-    const QString dropped = frames == 0
-        ? QString("[INFO] Dropped %1 characters of an unfinished frame: no end text within %2 characters.")
-        : QString("[INFO] Dropped %1 characters holding %3 complete frames: the carried text passed %2 characters.");
-    Logger::info(dropped.arg(fileCarry.size()).arg(kFileCarryLimit).arg(frames).toStdString());
-    fileCarry.clear();
+    Logger::info((QStringLiteral("[INFO] The Tapwright outputs data:") + typing.logged).toStdString());
+    player.play(typing.actions, stop);
 }
 
-void DataThread::flushFileCarry(const QString& fileCarry)
+std::optional<std::chrono::milliseconds> DataThread::untilRetry(const std::vector<FrameSink*>& sinks)
 {
-    const int s = fileCarry.indexOf(m_startChar);
-    const int e = fileCarry.indexOf(m_endChar);
-    const int n = e - s - 1;
-    if (s >= 0 && e >= 0 && n >= 1) {
-        QString frame = fileCarry.mid(s + 1, n);
-        writeFrameFile(frame, m_fileDir);
-    }
-}
-
-void DataThread::writeFrameFile(QString& frame, const QString& dir)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const QString path = QString("%1/%2.txt").arg(dir, QDateTime::currentDateTime().toString("yyyyMMdd_hhmmss_zzz"));
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)) {
-        Logger::info(QString("[INFO] Could not open file %1 for writing.").arg(path).toStdString());
-        return;
-    }
-    frame.remove('\r');
-    frame.remove('\n');
-    {
-        QTextStream out(&file);
-        out << kFramePrefix << frame;
-    }
-    file.close();
-}
-
-void DataThread::feedKeyStream(QString& keyCarry, const char* data, int len)
-{
-    QString text = QString(QByteArray(data, len));
-    // A zero-terminated copy, so the log line ends where the chunk's text does.
-    QByteArray bytes(data, len);
-    if (!keyCarry.isEmpty()) {
-        text.prepend(keyCarry);
-        keyCarry.clear();
-        bytes = text.toUtf8();
-    }
-
-    const int lastOpen = heldChordStart(text);
-    int n = bytes.size();
-    if (lastOpen >= 0) {
-        keyCarry = text.mid(lastOpen);
-        // The tail starts at the last '<' byte in front of the first zero byte.
-        const int textEnd = bytes.indexOf('\0');
-        n = bytes.lastIndexOf('<', textEnd < 0 ? -1 : textEnd - 1);
-    }
-    if (n > 0) {
-        sendKeyData(bytes.constData(), n);
-    }
-}
-
-void DataThread::sendKeyData(const char* data, int len)
-{
-    Logger::info((QStringLiteral("[INFO] The Tapwright outputs data:") + QString::fromUtf8(data)).toStdString());
-
-    for (int i = 0; i < len; ++i) {
-        const auto byte = static_cast<unsigned char>(data[i]);
-        if (byte == '\r') {
-            sendKeyChar('\r');
-        } else {
-            const int closing = sendChord(QString::fromLatin1(data + i));
-            if (closing >= 0) {
-                i += closing;
-            } else {
-                typeCharacter(byte);
-            }
-        }
-        m_typingInjector->pause(m_keyDelay);
-    }
-}
-
-void DataThread::feedKeyText(QString& keyCarry, const QString& received)
-{
-    const QString text = keyCarry + received;
-    const int lastOpen = heldChordStart(text);
-    keyCarry = lastOpen >= 0 ? text.mid(lastOpen) : QString();
-    sendKeyText(lastOpen >= 0 ? text.left(lastOpen) : text);
-}
-
-int DataThread::heldChordStart(const QString& text)
-{
-    const int lastOpen = text.lastIndexOf('<');
-    const bool held = lastOpen >= 0 && text.lastIndexOf('>') < lastOpen && text.size() - lastOpen < kHeldChordLength;
-    return held ? lastOpen : -1;
-}
-
-void DataThread::sendKeyText(const QString& text)
-{
-    if (text.isEmpty() || !m_typingInjector) {
-        return;
-    }
-    Logger::info((QStringLiteral("[INFO] The Tapwright outputs data:") + text).toStdString());
-    const QVector<uint> codes = text.toUcs4();
-    for (int i = 0; i < codes.size() && !m_stop; ++i) {
-        const int closing
-            = codes[i] == '<' ? sendChord(QString::fromUcs4(codes.constData() + i, codes.size() - i)) : -1;
-        if (codes[i] == '\r') {
-            sendKeyChar('\r');
-        } else if (closing >= 0) {
-            i += closing;
-        } else {
-            typeCharacter(codes[i]);
-        }
-        m_typingInjector->pause(m_keyDelay);
-    }
-}
-
-int DataThread::sendChord(const QString& text)
-{
-    if (!text.startsWith('<')) {
-        return -1;
-    }
-    const int g = text.indexOf('>');
-    if (g == -1 || g == 1) {
-        return -1;
-    }
-    QVector<int> keys;
-    const QStringList parts = text.mid(1, g - 1).split('+');
-    for (const QString& part : parts) {
-        const auto key = vkNameTable.constFind(part.trimmed());
-        if (key == vkNameTable.constEnd()) {
-            return -1;
-        }
-        keys.append(key.value());
-    }
-
-    const int m = std::min(static_cast<int>(keys.size()), kMostChordKeys);
-    QVector<KeyInjector::VirtualKeyEvent> events(2 * m);
-    for (int k = 0; k < m; ++k) {
-        events[k] = { keys[k], true };
-        events[m + k] = { keys[k], false };
-    }
-    while (m_typingInjector->sendVirtualKeys(events) == 0 && !m_stop) {
-        m_typingInjector->pause(0);
-    }
-    return g;
-}
-
-void DataThread::sendKeyChar(char c)
-{
-    m_typingInjector->tapCharacterKey(c);
-}
-
-void DataThread::typeCharacter(unsigned int code)
-{
-    // A refused event is tried again, but never past a request to stop.
-    for (const bool down : { true, false }) {
-        while (m_typingInjector->sendCharacter(code, down) == 0 && !m_stop) {
-            m_typingInjector->pause(0);
+    std::optional<std::chrono::milliseconds> soonest;
+    for (const FrameSink* sink : sinks) {
+        const std::optional<std::chrono::milliseconds> wait = sink->untilRetry();
+        if (wait && (!soonest || *wait < *soonest)) {
+            soonest = wait;
         }
     }
+    return soonest;
 }

@@ -1,24 +1,36 @@
 #pragma once
 
+#include "Framer.h"
+#include "KeyPlayer.h"
 #include "ReceiveBuffer.h"
 
-#include <QMap>
+#include <QDateTime>
 #include <QString>
 #include <QThread>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <memory>
 #include <mutex>
+#include <optional>
+#include <vector>
 
+class FrameSink;
 class KeyInjector;
 
-// The worker of one device: buffers received bytes, cuts frames into files and, when key output
-// is on, types the stream into the focused window.
+// The worker of one device: buffers received bytes, has a Framer cut them into frames that go to
+// every FrameSink and, when key output is on, types the stream into the focused window.
 class DataThread : public QThread
 {
     Q_OBJECT
 
 public:
+    // Makes the desktop's injector on the worker's thread, one per run: Xlib is not thread-safe.
+    using KeyInjectorFactory = std::function<std::unique_ptr<KeyInjector>()>;
+
     explicit DataThread(QObject* parent = nullptr);
+    ~DataThread() override;
 
     bool startThread();
     bool stopThread();
@@ -30,8 +42,12 @@ public:
     // Every complete frame is written, UTF-8 is read across reads, and the worker wakes on data.
     void setKeepEveryFrame(bool on);
 
-    // Types through this injector instead of the desktop's; not owned. Set before startThread.
+    // Where typing goes; without either, key output is off. Set before startThread.
+    void setKeyInjectorFactory(KeyInjectorFactory factory);
+    // Types through this injector instead of the factory's; not owned.
     void setKeyInjector(KeyInjector* injector);
+    // Hands every frame to this sink too, behind the frame files; not owned. Set before startThread.
+    void addFrameSink(FrameSink* sink);
 
     void pushData(const char* data, int len);
 
@@ -41,19 +57,11 @@ public:
     static constexpr int kBufferLimit = 4096;
     static constexpr int kKeepingBufferLimit = 16 * 1024 * 1024;
     static constexpr int kKeepingSilenceMs = 200;
+    // The original framing reads at most this much at a time and gives at most one frame per read.
     static constexpr int kChunkSize = 128;
     static constexpr int kChunkPauseMs = 10;
     static constexpr int kIdlePauseMs = 20;
     static constexpr int kSilencePasses = 5;
-    static constexpr int kShortStartLength = 32;
-    // A start whose end never comes must not grow the carried text without end.
-    static constexpr int kFileCarryLimit = 64 * 1024;
-    // An open chord shorter than this at the end of a chunk waits for the rest of it.
-    static constexpr int kHeldChordLength = 32;
-    static constexpr int kMostChordKeys = 5;
-
-    // The key names a chord may use, with their virtual-key values.
-    static const QMap<QString, int> vkNameTable;
 
 signals:
     // What the operator should hear about writing kept frames: it stopped, resumed, or lost some.
@@ -64,27 +72,12 @@ protected:
     void run() override;
 
 private:
-    // The fuzz targets step the two consumers directly, without the worker's thread and pauses.
-    friend class DataThreadStepper;
-
-    void runChunked();
-    void runKeeping();
-    int takeChunk(unsigned char* chunk);
-    void extractFrame(QString& fileCarry, const char* data, int len, const QString& dir);
-    void limitFileCarry(QString& fileCarry);
-    void flushFileCarry(const QString& fileCarry);
-    void writeFrameFile(QString& frame, const QString& dir);
-
-    void feedKeyStream(QString& keyCarry, const char* data, int len);
-    void sendKeyData(const char* data, int len);
-    void feedKeyText(QString& keyCarry, const QString& text);
-    // Where a '<' begins a tail that may still become a chord, held back for the next read; or -1.
-    static int heldChordStart(const QString& text);
-    void sendKeyText(const QString& text);
-    // The chord at the front of the text; gives the index of its '>', or -1 for none.
-    int sendChord(const QString& text);
-    void sendKeyChar(char c);
-    void typeCharacter(unsigned int code);
+    void runChunked(const std::vector<FrameSink*>& sinks, KeyPlayer* player);
+    void runKeeping(const std::vector<FrameSink*>& sinks, KeyPlayer* player);
+    void deliver(const Framer::Result& result, const std::vector<FrameSink*>& sinks);
+    void type(const KeyPlan::Typing& typing, KeyPlayer& player, KeyPlayer::Stop stop);
+    // The soonest retry any sink waits for; nothing when none holds frames back.
+    static std::optional<std::chrono::milliseconds> untilRetry(const std::vector<FrameSink*>& sinks);
 
     int m_keyDelay = 0;
     std::mutex m_mutex;
@@ -98,7 +91,13 @@ private:
     QString m_endChar;
     QString m_fileDir;
 
+    KeyInjectorFactory m_keyInjectorFactory;
     KeyInjector* m_keyInjector = nullptr;
+    std::vector<FrameSink*> m_extraSinks;
     // The injector of the run under way; null while key output is off. Worker only.
     KeyInjector* m_typingInjector = nullptr;
+    // The objectName() the run began with, given with each frame. Worker only.
+    QString m_device;
+    qint64 m_receivedMs = -1;
+    QDateTime m_received;
 };

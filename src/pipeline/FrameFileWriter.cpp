@@ -1,8 +1,8 @@
 #include "FrameFileWriter.h"
 
+#include "FrameFileSink.h"
 #include "Logger.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
@@ -17,7 +17,7 @@
 
 namespace {
 
-const QByteArray kFramePrefix = "The package barcode info is :";
+const QByteArray kFramePrefix = FrameFileSink::kPrefix;
 
 // Gives the file its name only if no other file has it: a reader sees it whole or not at all.
 bool renameWithoutReplacing(const QByteArray& source, const QByteArray& target)
@@ -32,12 +32,18 @@ bool renameWithoutReplacing(const QByteArray& source, const QByteArray& target)
     return ::link(source.constData(), target.constData()) == 0 && ::unlink(source.constData()) == 0;
 }
 
-// The first free name of "<stamp>.txt", "<stamp>_1.txt", ...; false with errno when none is given.
-bool publish(const QString& dir, const QByteArray& part, const QString& stamp)
+QByteArray finalName(const QByteArray& dir, const QByteArray& stamp, int copy)
 {
-    for (int copy = 0;; ++copy) {
-        const QString name = QString("%1/%2%3.txt").arg(dir, stamp, copy ? QString("_%1").arg(copy) : QString());
-        if (renameWithoutReplacing(part, QFile::encodeName(name))) {
+    return dir + '/' + stamp + (copy ? '_' + QByteArray::number(copy) : QByteArray()) + ".txt";
+}
+
+// The first free name of "<stamp>.txt", "<stamp>_1.txt", ... from copy on; false with errno when
+// none is given. copy is left at the next number to try.
+bool publish(const QByteArray& dir, const QByteArray& part, const QByteArray& stamp, int& copy)
+{
+    for (;; ++copy) {
+        if (renameWithoutReplacing(part, finalName(dir, stamp, copy))) {
+            ++copy;
             return true;
         }
         if (errno != EEXIST) {
@@ -91,7 +97,9 @@ QString texts(const QStringList& frames)
 
 FrameFileWriter::FrameFileWriter(const QString& dir, Notice notice)
     : m_dir(dir)
+    , m_dirName(QFile::encodeName(dir))
     , m_notice(std::move(notice))
+    , m_pid(::getpid())
 {
 }
 
@@ -109,7 +117,8 @@ void FrameFileWriter::recover()
         }
         const QByteArray part = QFile::encodeName(info.filePath());
         if (info.size() == match.captured(3).toLongLong()) {
-            recovered += publish(m_dir, part, match.captured(1));
+            int copy = 0;
+            recovered += publish(m_dirName, part, match.captured(1).toLatin1(), copy);
         } else {
             removed += ::unlink(part.constData()) == 0;
         }
@@ -123,9 +132,15 @@ void FrameFileWriter::recover()
     }
 }
 
-void FrameFileWriter::write(const QString& frame)
+void FrameFileWriter::write(const QString& frame, const QDateTime& received)
 {
-    Frame next { QDateTime::currentDateTime().toString("yyyyMMdd_hhmmss_zzz"), kFramePrefix + frame.toUtf8() };
+    // Formatting the time costs more than writing a small file: once a millisecond is enough.
+    const qint64 ms = received.toMSecsSinceEpoch();
+    if (ms != m_stampMs || m_stamp.isEmpty()) {
+        m_stampMs = ms;
+        m_stamp = FrameFileSink::fileStamp(received).toLatin1();
+    }
+    Frame next { m_stamp, kFramePrefix + frame.toUtf8() };
     if (m_waiting.empty()) {
         if (store(next)) {
             return;
@@ -182,8 +197,8 @@ bool FrameFileWriter::store(const Frame& frame)
     static std::atomic<unsigned> serial { 0 };
     // Hidden and not "*.txt" while it is written; the length in the name tells a whole file after a crash.
     const QByteArray part = QFile::encodeName(QString("%1/.%2-%3-%4-%5.part")
-                                                  .arg(m_dir, frame.stamp)
-                                                  .arg(::getpid())
+                                                  .arg(m_dir, QString::fromLatin1(frame.stamp))
+                                                  .arg(m_pid)
                                                   .arg(serial++)
                                                   .arg(frame.content.size()));
     const int fd = ::open(part.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -196,7 +211,12 @@ bool FrameFileWriter::store(const Frame& frame)
         stored = false;
         error = errno;
     }
-    if (stored && publish(m_dir, part, frame.stamp)) {
+    // Frames of one millisecond take "_1", "_2", ... in turn: each tries on from where the last got a name.
+    if (frame.stamp != m_copyStamp) {
+        m_copyStamp = frame.stamp;
+        m_nextCopy = 0;
+    }
+    if (stored && publish(m_dirName, part, frame.stamp, m_nextCopy)) {
         return true;
     }
     error = stored ? errno : error;

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 #include <chrono>
@@ -24,8 +25,8 @@ public:
     // Gives complete frames that a crash left under temporary names their final names and
     // removes the cut ones; says in one log line what it did.
     void recover();
-    // Writes the frame, or queues it behind the frames that wait.
-    void write(const QString& frame);
+    // Writes the frame under the name of the time it came, or queues it behind the frames that wait.
+    void write(const QString& frame, const QDateTime& received);
     // Tries the waiting frames again once the pause after the last failure is over.
     void retryIfDue();
     bool hasWaiting() const { return !m_waiting.empty(); }
@@ -47,7 +48,7 @@ private:
     using Clock = std::chrono::steady_clock;
     struct Frame
     {
-        QString stamp;
+        QByteArray stamp;
         QByteArray content;
     };
 
@@ -61,7 +62,14 @@ private:
     void logLost();
 
     const QString m_dir;
+    const QByteArray m_dirName;
     const Notice m_notice;
+    const qint64 m_pid;
+    // The stamp of the last stored frame and the copy number its next namesake tries first.
+    QByteArray m_copyStamp;
+    int m_nextCopy = 0;
+    qint64 m_stampMs = 0;
+    QByteArray m_stamp;
     std::deque<Frame> m_waiting;
     qint64 m_waitingBytes = 0;
     // The errno of the last failed write; 0 once writing goes on again.

@@ -1,23 +1,47 @@
+#include "ChunkFramer.h"
+#include "EveryFrameFramer.h"
+#include "FileProbe.h"
+#include "FrameFileSink.h"
+#include "KeptFrameFileSink.h"
+#include "KeyPlan.h"
+#include "KeyPlayer.h"
 #include "RecordingKeyInjector.h"
 #include "ScratchWorker.h"
 #include "TestProgramDir.h"
 #include "Unshared.h"
+#include "XTestKeyInjector.h"
 
 #include <QtTest>
 #include <initializer_list>
 #include <memory>
-#include <optional>
+#include <mutex>
 
 namespace {
 
-using Frames = QByteArrayList;
 constexpr int kWaitMs = 15000;
 
-// A step of a framing row that waits for this many frame files instead of pushing bytes: a file
-// written by the silence flush proves the silence has happened.
-QByteArray waitForFiles(int count)
+// One read of a stream, or (silence) the line going quiet.
+struct Step
 {
-    return "\x01" + QByteArray::number(count);
+    QByteArray bytes;
+    bool silence = false;
+};
+using Steps = QList<Step>;
+const Step quiet { {}, true };
+
+// The stream cut into reads of one chunk each, as the worker cuts it.
+Steps chunks(const QByteArray& stream)
+{
+    Steps steps;
+    for (int at = 0; at < stream.size(); at += DataThread::kChunkSize)
+        steps << Step { stream.mid(at, DataThread::kChunkSize) };
+    return steps;
+}
+
+void collect(const Framer::Result& result, QStringList& frames, QStringList& dropped)
+{
+    frames += result.frames;
+    dropped += result.dropped;
 }
 
 QStringList typed(const QByteArray& bytes)
@@ -27,6 +51,15 @@ QStringList typed(const QByteArray& bytes)
         const int code = static_cast<unsigned char>(byte);
         events << QString("char %1 down").arg(code) << QString("char %1 up").arg(code);
     }
+    return events;
+}
+
+// Each character followed by the pause of the output speed.
+QStringList typedWithPauses(const QByteArray& bytes, int delay)
+{
+    QStringList events;
+    for (const char byte : bytes)
+        events << typed(QByteArray(1, byte)) << QString("pause %1").arg(delay);
     return events;
 }
 
@@ -40,13 +73,17 @@ QString chord(std::initializer_list<int> keys)
     return "keys " + (down + up).join(", ");
 }
 
-// Exactly one worker read, so what follows it in the same push is a chunk of its own.
-QByteArray fullChunk(const QByteArray& ending)
+// Another output next to the files; read once the worker has stopped.
+class RecordingSink final : public FrameSink
 {
-    return QByteArray(DataThread::kChunkSize - ending.size(), 'x') + ending;
-}
+public:
+    void take(const Frame& frame) override { taken << frame; }
+    QList<Frame> taken;
+};
 
 } // namespace
+
+Q_DECLARE_METATYPE(Step)
 
 class tst_pipeline final : public QObject
 {
@@ -54,84 +91,339 @@ class tst_pipeline final : public QObject
 
 private slots:
     void initTestCase() { QVERIFY(ScratchWorker::openLog()); }
-    // Each stream runs through both modes: the frames as cut by the chunk, and every frame kept.
-    void framesReachFiles_data()
+
+    void init()
     {
-        QTest::addColumn<bool>("keep");
+        m_keys = std::make_unique<RecordingKeyInjector>();
+        m_worker = std::make_unique<ScratchWorker>();
+        ScratchWorker::logSince();
+    }
+
+    void cleanup() { m_worker.reset(); } // the worker goes before the injector it types through
+
+    // Each stream, then a silence, through both framers: the original rules and every frame kept.
+    void framersCut_data()
+    {
         QTest::addColumn<QString>("start");
         QTest::addColumn<QString>("end");
-        QTest::addColumn<QByteArrayList>("steps");
-        QTest::addColumn<QByteArrayList>("frames");
+        QTest::addColumn<Steps>("steps");
+        QTest::addColumn<QStringList>("chunked");
+        QTest::addColumn<QStringList>("kept");
+        QTest::addColumn<QStringList>("dropped");
 
-        const auto row = [](const char* name,
-                            QByteArrayList steps,
-                            QByteArrayList frames,
-                            std::optional<Frames> kept = {},
-                            QString start = "#",
-                            QString end = "$") {
-            QTest::addRow("%s", name) << false << start << end << steps << frames;
-            QTest::addRow("%s, kept", name) << true << start << end << steps << kept.value_or(frames);
-        };
-        const QByteArray forty(40, 'k'), k31(31, 'k'), padding(126, 'a');
-        row("one chunk", { "#ABC$" }, { "ABC" });
-        row("completed by the next chunk", { "#ABC$#DE", "F$" }, { "ABC", "DEF" });
-        row("text before the start", { "ZZ#AB", "D$" }, { "ABD" });
-        row("stray end", { "ABC$XY", "#D$" }, { "D" });
-        row("empty frame", { "#$", "#Z$" }, { "Z" });
-        row("behind an empty frame", { "#$#A$", waitForFiles(1), "#Z$" }, { "A", "Z" });
-        row("second start", { "##A$" }, { "#A" });
+        const auto row
+            = [](const char* name, Steps steps, QStringList chunked, QStringList kept, QStringList dropped = {}) {
+                  QTest::newRow(name) << QString("#") << QString("$") << steps << chunked << kept << dropped;
+              };
+        const QString forty(40, 'k'), k31(31, 'k'), padding(126, 'a');
+        row("one chunk", { { "#ABC$" } }, { "ABC" }, { "ABC" });
+        row("completed by the next chunk", { { "#ABC$#DE" }, { "F$" } }, { "ABC", "DEF" }, { "ABC", "DEF" });
+        row("text before the start", { { "ZZ#AB" }, { "D$" } }, { "ABD" }, { "ABD" });
+        row("stray end", { { "ABC$XY" }, { "#D$" } }, { "D" }, { "D" });
+        row("empty frame", { { "#$" }, { "#Z$" } }, { "Z" }, { "Z" });
+        row("behind an empty frame", { { "#$#A$" }, quiet, { "#Z$" } }, { "A", "Z" }, { "A", "Z" });
+        row("second start", { { "##A$" } }, { "#A" }, { "#A" });
         row("silence writes one carried frame",
-            { "#ABC$#DEF$#GHI$", waitForFiles(2), "#Z$" },
+            { { "#ABC$#DEF$#GHI$" }, quiet, { "#Z$" } },
             { "ABC", "DEF", "Z" },
-            Frames { "ABC", "DEF", "GHI", "Z" });
-        row("one frame a chunk", { "#ABC$#DEF$#GHI$", "x" }, { "ABC", "DEF", "GHI" });
-        row("long open start", { "pre#" + forty, "$" }, { forty });
-        // Kept, an open frame outlasts the silence.
+            { "ABC", "DEF", "GHI", "Z" });
+        row("one frame a chunk", { { "#ABC$#DEF$#GHI$" }, { "x" } }, { "ABC", "DEF", "GHI" }, { "ABC", "DEF", "GHI" });
+        row("long open start", { { "pre#" + forty.toLatin1() }, { "$" } }, { forty }, { forty });
         row("long open start at the silence",
-            { "#X$#Y$#" + forty, waitForFiles(2), "$", "#Z$" },
+            { { "#X$#Y$#" + forty.toLatin1() }, quiet, { "$" }, { "#Z$" } },
             { "X", "Y", "Z" },
-            Frames { "X", "Y", forty, "Z" });
-        row("carried behind the first end", { "x$y#" + forty, "$" }, { forty });
-        row("short start", { "zz#0123456789", "$" }, { "0123456789" });
+            { "X", "Y", forty, "Z" });
+        row("carried behind the first end", { { "x$y#" + forty.toLatin1() }, { "$" } }, { forty }, { forty });
+        row("short start", { { "zz#0123456789" }, { "$" } }, { "0123456789" }, { "0123456789" });
+        const QByteArray k30(30, 'k');
+        row("start 31 characters from the end",
+            { { "x$y$z#" + k30 }, { "$" }, { "#B$#C$" }, quiet, { "#Z$" } },
+            { k30, "B", "C", "Z" },
+            { k30, "B", "C", "Z" });
         // 32 characters from the start on are no longer short: the text from the first end on is carried,
         // so the frame comes a pass later and the last of a burst is lost.
         row("start 32 characters from the end",
-            { "x$y$z#" + k31, "$", "#B$#C$", waitForFiles(2), "#Z$" },
+            { { "x$y$z#" + k31.toLatin1() }, { "$" }, { "#B$#C$" }, quiet, { "#Z$" } },
             { k31, "B", "Z" },
-            Frames { k31, "B", "C", "Z" });
-        row("two-character markers", { "<<A>>", "<<Z>", ">" }, { "<A", "<Z" }, Frames { "A", "Z" }, "<<", ">>");
-        row("zero byte", { QByteArray("#A\0B$", 5), "C$" }, { "AC" }, Frames { QByteArray("A\0B", 3) });
+            { k31, "B", "C", "Z" });
+        QTest::newRow("two-character markers")
+            << QString("<<") << QString(">>") << Steps { { "<<A>>" }, { "<<Z>" }, { ">" } }
+            << QStringList { "<A", "<Z" } << QStringList { "A", "Z" } << QStringList();
+        row("zero byte", { { QByteArray("#A\0B$", 5) }, { "C$" } }, { "AC" }, { QString::fromUtf8("A\0B", 3) });
         row("UTF-8 cut by the chunk",
-            { "#" + padding + "\xC3", "\xA9$" },
-            { padding + "\xEF\xBF\xBD\xEF\xBF\xBD" },
-            Frames { padding + "\xC3\xA9" });
-        row("multi-byte characters", { "#\xE4\xB8\xAD\xC3\xA9$" }, { "\xE4\xB8\xAD\xC3\xA9" });
-        row("line ends", { "#A\r\nB\rC\nD$", "#\r\n$" }, { "ABCD", "" });
-        row("equal start and end", { "#A#", "#B##C#" }, {}, Frames { "A", "B", "C" }, "#", "#");
+            { { "#" + padding.toLatin1() + "\xC3" }, { "\xA9$" } },
+            { padding + "\uFFFD\uFFFD" },
+            { padding + "\u00E9" });
+        row("multi-byte characters", { { "#\xE4\xB8\xAD\xC3\xA9$" } }, { "\u4E2D\u00E9" }, { "\u4E2D\u00E9" });
+        row("line ends stay for the sinks",
+            { { "#A\r\nB\rC\nD$" }, { "#\r\n$" } },
+            { "A\r\nB\rC\nD", "\r\n" },
+            { "A\r\nB\rC\nD", "\r\n" });
+        QTest::newRow("equal start and end") << QString("#") << QString("#") << Steps { { "#A#" }, { "#B##C#" } }
+                                             << QStringList() << QStringList { "A", "B", "C" } << QStringList();
+        row("unfinished frame past the carry limit",
+            chunks("#" + QByteArray(ChunkFramer::kCarryLimit + 4096, 'x') + "$"),
+            {},
+            { QString(ChunkFramer::kCarryLimit + 4096, 'x') },
+            { "[INFO] Dropped 65664 characters of an unfinished frame: no end text within 65536 characters." });
+        // One frame a chunk leaves the rest of each chunk behind it.
+        row("backlog of frames past the carry limit",
+            chunks(QByteArray("#0123456789abcd$").repeated(5000)),
+            QVector<QString>(626, "0123456789abcd").toList(),
+            QVector<QString>(5000, "0123456789abcd").toList(),
+            { "[INFO] Dropped 65632 characters holding 4102 complete frames: the carried text passed 65536 "
+              "characters." });
     }
 
-    void framesReachFiles()
+    void framersCut()
     {
-        QFETCH(bool, keep);
         QFETCH(QString, start);
         QFETCH(QString, end);
-        QFETCH(QByteArrayList, steps);
-        QFETCH(QByteArrayList, frames);
+        QFETCH(Steps, steps);
+        QFETCH(QStringList, chunked);
+        QFETCH(QStringList, kept);
+        QFETCH(QStringList, dropped);
 
-        ScratchWorker worker(start, end);
-        worker.thread.setKeepEveryFrame(keep);
-        QVERIFY(worker.thread.startThread());
-        for (const QByteArray& step : steps) {
-            if (step.startsWith('\x01')) {
-                QTRY_VERIFY_WITH_TIMEOUT(worker.frames().size() >= step.mid(1).toInt(), kWaitMs);
-            } else {
-                QVERIFY(worker.push(step));
+        ChunkFramer chunkFramer(start, end);
+        EveryFrameFramer keeper(start, end);
+        QStringList chunkFrames, chunkDropped, keptFrames, keptDropped;
+        QByteArray whole;
+        for (const Step& step : steps + Steps { quiet }) {
+            if (!step.silence) {
+                collect(chunkFramer.feed(step.bytes), chunkFrames, chunkDropped);
+                collect(keeper.feed(step.bytes), keptFrames, keptDropped);
+                whole += step.bytes;
+            } else if (const std::optional<Framer::Result> ended = chunkFramer.silence()) {
+                collect(*ended, chunkFrames, chunkDropped);
             }
         }
-        if (frames.isEmpty()) {
-            QTest::qWait(300); // past the silence: nothing may come late
+        QCOMPARE(chunkFrames, chunked);
+        QCOMPARE(chunkDropped, dropped);
+        QCOMPARE(keptFrames, kept);
+        QCOMPARE(keptDropped, QStringList());
+        // Kept, the frames do not depend on how the stream falls into reads.
+        QCOMPARE(EveryFrameFramer(start, end).feed(whole).frames, kept);
+    }
+
+    // Every frame handed over at one time: the file sink of each mode names, prefixes and writes it.
+    void fileSinksWrite_data()
+    {
+        QTest::addColumn<bool>("keep");
+        QTest::addColumn<bool>("dirExists");
+        QTest::addColumn<QStringList>("frames");
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QByteArrayList>("contents");
+        QTest::addColumn<QStringList>("logged");
+        const QString name = "20260102_030405_006.txt";
+        const QByteArray prefix = "The package barcode info is :";
+        QTest::newRow("line ends removed") << false << true << QStringList { "A\r\nB\rC\nD" } << QStringList { name }
+                                           << QByteArrayList { prefix + "ABCD" } << QStringList();
+        QTest::newRow("kept, line ends removed")
+            << true << true << QStringList { "A\r\nB\rC\nD" } << QStringList { name }
+            << QByteArrayList { prefix + "ABCD" } << QStringList();
+        QTest::newRow("same millisecond replaces") << false << true << QStringList { "A", "B" } << QStringList { name }
+                                                   << QByteArrayList { prefix + "B" } << QStringList();
+        QTest::newRow("kept, same millisecond numbered")
+            << true << true << QStringList { "A", "B" } << QStringList { name, "20260102_030405_006_1.txt" }
+            << QByteArrayList { prefix + "A", prefix + "B" } << QStringList();
+        QTest::newRow("directory not there, not made")
+            << false << false << QStringList { "A" } << QStringList() << QByteArrayList()
+            << QStringList { "[INFO] Could not open file %1/" + name + " for writing." };
+    }
+
+    void fileSinksWrite()
+    {
+        QFETCH(bool, keep);
+        QFETCH(bool, dirExists);
+        QFETCH(QStringList, frames);
+        QFETCH(QStringList, files);
+        QFETCH(QByteArrayList, contents);
+        QFETCH(QStringList, logged);
+        const QString dir = m_worker->dir() + "/frames";
+        QVERIFY(!dirExists || QDir().mkpath(dir));
+        std::mutex bufferLock;
+        QStringList notices;
+        std::unique_ptr<FrameSink> sink;
+        if (keep)
+            sink = std::make_unique<KeptFrameFileSink>(dir, [&notices](const QString& text) { notices << text; });
+        else
+            sink = std::make_unique<FrameFileSink>(dir, bufferLock);
+        const QDateTime received(QDate(2026, 1, 2), QTime(3, 4, 5, 6));
+        for (const QString& frame : frames)
+            sink->take({ frame, "camera", received });
+        QCOMPARE(FileProbe::textFiles(dir), files);
+        QCOMPARE(FileProbe::textFileContents(dir), contents);
+        QCOMPARE(QFileInfo::exists(dir), dirExists);
+        QCOMPARE(ScratchWorker::logSince(), logged.replaceInStrings("%1", dir));
+        QCOMPARE(notices, QStringList());
+    }
+
+    // Bytes are typed one character a byte, UTF-8 text one character a code point; the log shows
+    // what each read typed and the held tail when it goes out.
+    void keyPlanTypes_data()
+    {
+        QTest::addColumn<bool>("utf8");
+        QTest::addColumn<QByteArrayList>("reads");
+        QTest::addColumn<QStringList>("keys");
+        QTest::addColumn<QStringList>("logged");
+        // Rows without a held tail: each read is logged as it is, in both encodings.
+        const auto both = [](const char* name, const QByteArrayList& reads, const QStringList& keys) {
+            QStringList logged;
+            for (const QByteArray& read : reads)
+                logged << QString(read);
+            QTest::addRow("%s", name) << false << reads << keys << logged;
+            QTest::addRow("%s, UTF-8", name) << true << reads << keys << logged;
+        };
+        const auto row = [](const char* name, bool utf8, QByteArrayList reads, QStringList keys, QStringList logged) {
+            QTest::newRow(name) << utf8 << reads << keys << logged;
+        };
+        const QString tab = chord({ 9 }), ctrl = chord({ 17 });
+        const QByteArray zero("ab\0\xC3\xA9", 5), latin1Zero("ab\0\xE9", 4), cutZero("a<VK\0z", 6);
+        both("plain text", { "AB" }, typed("AB"));
+        both("chord", { " < VK_CTRL +  VK_TAB >y" }, typed(" ") << chord({ 17, 9 }) << typed("y"));
+        QStringList everyName;
+        for (const int key : { 18, 16, 17, 37, 39, 40, 38, 9 })
+            everyName << chord({ key });
+        both("every name", { "<VK_ALT><VK_SHIFT><VK_CTRL><VK_LEFT><VK_RIGHT><VK_DOWN><VK_UP><VK_TAB>" }, everyName);
+        both("six names press five",
+             { "<VK_ALT+VK_SHIFT+VK_CTRL+VK_LEFT+VK_RIGHT+VK_DOWN>" },
+             { chord({ 18, 16, 17, 37, 39 }) });
+        for (const char* text : { "<VK_ALT+VK_F1>", "<VK_F1+VK_TAB>", "<vk_ctrl>", "<>", "<VK_CTRL+>" })
+            both(text, { text }, typed(text));
+        both("each bracket tried", { "<<VK_TAB>" }, typed("<") << tab);
+        both("CR taps, LF types", { "a\r\nb" }, typed("a") << "tap 13" << typed("\nb"));
+        both("CR inside a chord", { "<VK_TAB\r>" }, { tab });
+        row("chord cut by the read", false, { "abc<VK_CT", "RL>" }, typed("abc") << ctrl, { "abc<VK_CT", "<VK_CTRL>" });
+        row("UTF-8, chord cut by the read", true, { "abc<VK_CT", "RL>" }, typed("abc") << ctrl, { "abc", "<VK_CTRL>" });
+        const QByteArray held = "x<VK_TAB" + QByteArray(24, ' ');
+        row("31 characters held", false, { held, ">" }, typed("x") << tab, { held, held.mid(1) + ">" });
+        row("UTF-8, 31 characters held", true, { held, ">" }, typed("x") << tab, { "x", held.mid(1) + ">" });
+        const QByteArray long32 = "x<VK_TAB" + QByteArray(25, ' ');
+        both("32 characters typed", { long32, ">" }, typed(long32 + ">"));
+        const QByteArray closed = "x>y<VK_CT", tail = "a<VK_TAB>b<VK_CT";
+        row("'>' before the last '<'", false, { closed, "RL>" }, typed("x>y") << ctrl, { closed, "<VK_CTRL>" });
+        row("held tail at the silence", false, { "abc<VK_CT" }, typed("abc<VK_CT"), { "abc<VK_CT", "<VK_CT" });
+        row("UTF-8, held tail at the silence",
+            true,
+            { tail },
+            typed("a") << tab << typed("b<VK_CT"),
+            { "a<VK_TAB>b", "<VK_CT" });
+        row("zero byte", false, { latin1Zero }, typed(latin1Zero), { "ab" });
+        row("UTF-8, zero byte",
+            true,
+            { zero },
+            typed(latin1Zero),
+            { QString::fromUtf8(zero.constData(), zero.size()) });
+        row("character cut by the read", false, { "\xC3", "\xA9" }, typed("\xC3\xA9"), { "\uFFFD", "\uFFFD" });
+        row("UTF-8, character cut by the read", true, { "\xC3", "\xA9" }, typed("\xE9"), { "\u00E9" });
+        // A zero byte ends the read's text: a held tail drops what follows it.
+        row("held tail before a zero byte", false, { cutZero, "_TAB>" }, typed("a") << tab, { "a<VK", "<VK_TAB>" });
+    }
+
+    void keyPlanTypes()
+    {
+        QFETCH(bool, utf8);
+        QFETCH(QByteArrayList, reads);
+        QFETCH(QStringList, keys);
+        QFETCH(QStringList, logged);
+        KeyPlan plan(utf8 ? KeyPlan::Encoding::Utf8 : KeyPlan::Encoding::Latin1);
+        const std::atomic<bool> stop { false };
+        KeyPlayer player(*m_keys, 0, stop);
+        QList<KeyPlan::Typing> typings;
+        for (const QByteArray& read : reads)
+            typings << plan.feed(read);
+        typings << plan.flush();
+        QStringList lines;
+        for (const KeyPlan::Typing& typing : typings) {
+            if (!typing.actions.isEmpty())
+                lines << typing.logged;
+            player.play(typing.actions, KeyPlayer::Stop::InRetries);
         }
-        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), frames, kWaitMs);
+        QCOMPARE(m_keys->keyEvents(), keys);
+        QCOMPARE(lines, logged);
+        QCOMPARE(plan.held(), QString());
+    }
+
+    // "z<VK_TAB>\r" played at a delay of 3 ms.
+    void keyPlayerPausesAndStops_data()
+    {
+        QTest::addColumn<bool>("betweenSteps");
+        QTest::addColumn<bool>("stopAsked");
+        QTest::addColumn<bool>("refusing");
+        QTest::addColumn<QStringList>("events");
+        QTest::addColumn<int>("refusedAttempts");
+        const QStringList all = typed("z") + QStringList { "pause 3", chord({ 9 }), "pause 3", "tap 13", "pause 3" };
+        QTest::newRow("played") << true << false << false << all << 0;
+        QTest::newRow("stop asked, stops between steps") << true << true << false << QStringList() << 0;
+        // The original typing finishes its read even when a stop is asked for.
+        QTest::newRow("stop asked, stops only in retries") << false << true << false << all << 0;
+        // Each refused event is tried once, then given up: the stop is not held up.
+        QTest::newRow("refused, stop asked") << false << true << true << QStringList() << 4;
+    }
+
+    void keyPlayerPausesAndStops()
+    {
+        QFETCH(bool, betweenSteps);
+        QFETCH(bool, stopAsked);
+        QFETCH(bool, refusing);
+        QFETCH(QStringList, events);
+        QFETCH(int, refusedAttempts);
+        m_keys->refusing = refusing;
+        const std::atomic<bool> stop { stopAsked };
+        KeyPlayer player(*m_keys, 3, stop);
+        player.play(KeyPlan(KeyPlan::Encoding::Latin1).feed("z<VK_TAB>\r").actions,
+                    betweenSteps ? KeyPlayer::Stop::BetweenSteps : KeyPlayer::Stop::InRetries);
+        QCOMPARE(m_keys->events(), events);
+        QCOMPARE(m_keys->refusedAttempts.load(), refusedAttempts);
+    }
+
+    void outputSpeedSetsDelay_data()
+    {
+        QTest::addColumn<int>("speed");
+        QTest::addColumn<int>("delay");
+        QTest::newRow("below the range") << -1 << 5;
+        QTest::newRow("slowest") << 0 << 5;
+        QTest::newRow("2") << 2 << 3;
+        QTest::newRow("fastest") << 4 << 1;
+        QTest::newRow("above the range") << 5 << 5;
+    }
+
+    void outputSpeedSetsDelay()
+    {
+        QFETCH(int, speed);
+        QFETCH(int, delay);
+        QCOMPARE(KeyPlayer::delayForSpeed(speed), delay);
+    }
+
+    // Each frame goes to the files and to every other sink, with the device and the time it came.
+    void sinksTakeEveryFrame_data()
+    {
+        QTest::addColumn<bool>("keep");
+        QTest::newRow("original framing") << false;
+        QTest::newRow("every frame kept") << true;
+    }
+
+    void sinksTakeEveryFrame()
+    {
+        QFETCH(bool, keep);
+        RecordingSink first, second;
+        ScratchWorker worker;
+        worker.thread.setKeepEveryFrame(keep);
+        worker.thread.setObjectName("camera 7");
+        worker.thread.addFrameSink(&first);
+        worker.thread.addFrameSink(&second);
+        const QDateTime before = QDateTime::currentDateTime();
+        QVERIFY(worker.thread.startThread());
+        QVERIFY(worker.push("#A\r\n$#B$"));
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
+        QVERIFY(worker.thread.stopThread());
+        QCOMPARE(second.taken.size(), 2);
+        QCOMPARE(first.taken.size(), 2);
+        QCOMPARE(first.taken[0].text, "A\r\n");
+        QCOMPARE(first.taken[1].text, "B");
+        QCOMPARE(first.taken[1].device, "camera 7");
+        QVERIFY(first.taken[0].received >= before);
+        QVERIFY(first.taken[1].received <= QDateTime::currentDateTime());
     }
 
     // Kept: a burst in one read and the same cut into single bytes, from two workers into one directory.
@@ -206,76 +498,6 @@ private slots:
         QVERIFY(worker.push("tail$"));
         QVERIFY(worker.push("#fresh$"));
         QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "fresh" }, kWaitMs);
-    }
-
-    void vanishedDirectoryRefusesFramesUntilBack()
-    {
-        ScratchWorker worker;
-        QVERIFY(worker.thread.startThread());
-        ScratchWorker::logSince();
-        QVERIFY(QDir(worker.dir()).removeRecursively());
-        QVERIFY(worker.push("#lost$"));
-        QStringList lines; // gathered: the macro asks again once it holds
-        QTRY_VERIFY_WITH_TIMEOUT(!(lines += ScratchWorker::logSince()).filter("Could not open file").isEmpty(),
-                                 kWaitMs);
-        QVERIFY(!QFileInfo::exists(worker.dir()) && QDir().mkpath(worker.dir()));
-        QVERIFY(worker.push("#back$"));
-        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "back" }, kWaitMs);
-    }
-
-    void carryIsBounded_data()
-    {
-        QTest::addColumn<QByteArray>("stream");
-        QTest::addColumn<QString>("dropped");
-        QTest::addColumn<int>("frameSize");
-        QTest::newRow("unfinished frame")
-            << "#" + QByteArray(DataThread::kFileCarryLimit + 4096, 'x') + "$"
-            << "characters of an unfinished frame: no end text within 65536 characters" << 0;
-        // One frame a pass leaves the rest of each chunk behind it.
-        QTest::newRow("backlog of frames")
-            << QByteArray("#0123456789abcd$").repeated(5000)
-            << "characters holding (\\d+) complete frames: the carried text passed 65536 "
-               "characters"
-            << 16;
-    }
-
-    void carryIsBounded()
-    {
-        QFETCH(QByteArray, stream);
-        QFETCH(QString, dropped);
-        QFETCH(int, frameSize);
-        ScratchWorker worker;
-        QVERIFY(worker.thread.startThread());
-        ScratchWorker::logSince();
-        // Fed fast enough that no silence flush comes between.
-        for (int offset = 0; offset < stream.size(); offset += 1024) {
-            QTRY_VERIFY(worker.thread.pendingBytes() <= DataThread::kBufferLimit - 1024);
-            worker.thread.pushData(stream.constData() + offset, std::min(1024, int(stream.size()) - offset));
-        }
-        QStringList lines;
-        QTRY_VERIFY_WITH_TIMEOUT(!(lines += ScratchWorker::logSince()).isEmpty(), kWaitMs);
-        QCOMPARE(lines.size(), 1);
-        const QRegularExpressionMatch match
-            = QRegularExpression(R"(^\[INFO\] Dropped (\d+) )" + dropped + "\\.$").match(lines.first());
-        QVERIFY2(match.hasMatch(), qPrintable(lines.first()));
-        QVERIFY(match.captured(1).toInt() > DataThread::kFileCarryLimit);
-        QVERIFY(match.captured(1).toInt() <= DataThread::kFileCarryLimit + DataThread::kChunkSize);
-        QCOMPARE(match.captured(2).toInt(), frameSize ? match.captured(1).toInt() / frameSize : 0);
-    }
-
-    void keptBufferIsBounded()
-    {
-        ScratchWorker worker;
-        worker.thread.setKeepEveryFrame(true);
-        QVERIFY(worker.thread.startThread());
-        ScratchWorker::logSince();
-        const QByteArray flood = "#A$" + QByteArray(DataThread::kKeepingBufferLimit + 1000, 'x');
-        worker.thread.pushData(flood.constData(), flood.size());
-        QTRY_COMPARE_WITH_TIMEOUT(worker.thread.pendingBytes(), 0, kWaitMs);
-        QVERIFY(worker.push("#B$"));
-        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
-        QCOMPARE(ScratchWorker::logSince(),
-                 QStringList { "[INFO] Dropped 1003 received bytes: more than 16777216 bytes waited for the worker." });
     }
 
     // Kept frames wait while a small disk of the test's own refuses them, and arrive in order once it takes them.
@@ -376,90 +598,56 @@ private slots:
         QCOMPARE(ScratchWorker::logSince(), logged.replaceInStrings("%3", worker.dir()));
     }
 
-    void init()
+    // The received bytes the worker has no room for, and an unfinished frame past its limit, are logged.
+    void keptBufferIsBounded()
     {
-        m_keys = std::make_unique<RecordingKeyInjector>();
-        m_worker = std::make_unique<ScratchWorker>();
+        ScratchWorker worker;
+        worker.thread.setKeepEveryFrame(true);
+        QVERIFY(worker.thread.startThread());
         ScratchWorker::logSince();
+        const QByteArray flood = "#A$#" + QByteArray(DataThread::kKeepingBufferLimit + 1000, 'x');
+        worker.thread.pushData(flood.constData(), flood.size());
+        QTRY_COMPARE_WITH_TIMEOUT(worker.thread.pendingBytes(), 0, kWaitMs);
+        QVERIFY(worker.push("xxxxx"));
+        QVERIFY(worker.push("#B$"));
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
+        QCOMPARE(ScratchWorker::logSince(),
+                 (QStringList { "[INFO] Dropped 1004 received bytes: more than 16777216 bytes waited for the worker.",
+                                "[INFO] Dropped 16777217 characters of an unfinished frame: no end text within "
+                                "16777216 characters." }));
     }
 
-    void cleanup() { m_worker.reset(); } // the worker goes before the injector it types through
-    void typesStreamAsKeys_data()
+    // One stream typed and cut into files by the worker, which pauses after each step for the output
+    // speed and gives back what typing borrowed once the line is quiet.
+    void workerTypesAndWritesFrames_data()
     {
-        QTest::addColumn<QByteArray>("input");
-        QTest::addColumn<QStringList>("expected");
-        QTest::addColumn<QStringList>("logged");
-
-        const auto row =
-            [](const char* name, const QByteArray& input, const QStringList& expected, const QStringList& logged = {}) {
-                QTest::newRow(name) << input << expected << logged;
-            };
-        const QString tab = chord({ 9 }), ctrl = chord({ 17 });
-        row("plain text", "AB", typed("AB"), { "AB" });
-        row("chord", " < VK_CTRL +  VK_TAB >y", typed(" ") << chord({ 17, 9 }) << typed("y"));
-        QStringList everyName;
-        for (const int key : { 18, 16, 17, 37, 39, 40, 38, 9 })
-            everyName << chord({ key });
-        row("every name", "<VK_ALT><VK_SHIFT><VK_CTRL><VK_LEFT><VK_RIGHT><VK_DOWN><VK_UP><VK_TAB>", everyName);
-        row("six names press five",
-            "<VK_ALT+VK_SHIFT+VK_CTRL+VK_LEFT+VK_RIGHT+VK_DOWN>",
-            { chord({ 18, 16, 17, 37, 39 }) });
-        for (const char* text : { "<VK_ALT+VK_F1>", "<VK_F1+VK_TAB>", "<vk_ctrl>", "<>", "<VK_CTRL+>" })
-            row(text, text, typed(text));
-        row("each bracket tried", "<<VK_TAB>", typed("<") << tab);
-        row("CR taps, LF types", "a\r\nb", typed("a") << "tap 13" << typed("\nb"));
-        row("zero byte", QByteArray("ab\0\xE9", 4), typed(QByteArray("ab\0\xE9", 4)), { "ab" });
-        const QByteArray cut = fullChunk("abc<VK_CT");
-        row("chord cut by the chunk", cut + "RL>", typed(cut.chopped(6)) << ctrl, { cut, "<VK_CTRL>" });
-        const QByteArray held = fullChunk("<VK_TAB" + QByteArray(24, ' '));
-        row("31 characters held", held + ">", typed(held.chopped(31)) << tab, { held, held.right(31) + ">" });
-        const QByteArray long32 = fullChunk("<VK_TAB" + QByteArray(25, ' '));
-        row("32 characters typed", long32 + ">", typed(long32 + ">"), { long32, ">" });
-        const QByteArray closed = fullChunk("x>y<VK_CT");
-        row("'>' before the last '<'", closed + "RL>", typed(closed.chopped(6)) << ctrl, { closed, "<VK_CTRL>" });
-        row("held tail at the silence", cut, typed(cut), { cut, "<VK_CT" });
-        row("kept: held tail at the silence", "a<VK_TAB>b<VK_CT", typed("a") << tab << typed("b<VK_CT"));
-        row("frames while typing", "#ABC$<VK_TAB>#DEF$", typed("#ABC$") << tab << typed("#DEF$"));
-    }
-
-    void typesStreamAsKeys()
-    {
-        QFETCH(QByteArray, input);
-        QFETCH(QStringList, expected);
-        QFETCH(QStringList, logged);
-
-        m_worker->thread.setKeepEveryFrame(QByteArray(QTest::currentDataTag()).startsWith("kept"));
-        startTyping(input, m_keys.get());
-        QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
-        QCOMPARE(m_keys->keyEvents(), expected);
-        // The held tail goes out in the same quiet spell that ends the typing.
-        QCOMPARE(m_keys->events().count("finish"), 1);
-        const QStringList lines = ScratchWorker::logSince().filter("[INFO] The Tapwright outputs data:");
-        if (!logged.isEmpty())
-            QCOMPARE(lines, logged.replaceInStrings(QRegularExpression("^"), "[INFO] The Tapwright outputs data:"));
-        const QByteArrayList frames = input.contains('#') ? QByteArrayList { "ABC", "DEF" } : QByteArrayList();
-        QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames(), frames, kWaitMs);
-    }
-
-    void outputSpeedSetsPause_data()
-    {
+        QTest::addColumn<bool>("keep");
         QTest::addColumn<int>("speed");
-        QTest::addColumn<QString>("pause");
-        QTest::newRow("never set") << -99 << "pause 0";
-        for (int speed = -1; speed <= 5; ++speed)
-            QTest::addRow("%d", speed) << speed << QString("pause %1").arg(speed >= 0 && speed <= 4 ? 5 - speed : 5);
+        QTest::addColumn<QStringList>("events");
+        const QByteArray first = "#ABC$", second = "#DEF$";
+        // The carried frame ends a silence later, which ends in its own "finish".
+        QTest::newRow("original framing, speed never set")
+            << false << -99
+            << typedWithPauses(first, 0) + QStringList { chord({ 9 }), "pause 0" } + typedWithPauses(second, 0)
+                + QStringList { "finish", "finish" };
+        QTest::newRow("every frame kept, speed 2") << true << 2
+                                                   << typedWithPauses(first, 3)
+                + QStringList { chord({ 9 }), "pause 3" } + typedWithPauses(second, 3) + QStringList { "finish" };
     }
 
-    void outputSpeedSetsPause()
+    void workerTypesAndWritesFrames()
     {
+        QFETCH(bool, keep);
         QFETCH(int, speed);
-        QFETCH(QString, pause);
+        QFETCH(QStringList, events);
+        m_worker->thread.setKeepEveryFrame(keep);
         if (speed != -99)
             m_worker->thread.setOutputSpeed(speed);
-        startTyping("z<VK_TAB>\r", m_keys.get());
-        QTRY_VERIFY_WITH_TIMEOUT(typingSettled(), kWaitMs);
-        QCOMPARE(m_keys->events().join('|'),
-                 (typed("z") + QStringList { pause, chord({ 9 }), pause, "tap 13", pause, "finish" }).join('|'));
+        startTyping("#ABC$<VK_TAB>#DEF$", m_keys.get());
+        QTRY_COMPARE_WITH_TIMEOUT(m_keys->events(), events, kWaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames(), (QByteArrayList { "ABC", "DEF" }), kWaitMs);
+        QCOMPARE(ScratchWorker::logSince().filter("[INFO] The Tapwright outputs data:"),
+                 QStringList { "[INFO] The Tapwright outputs data:#ABC$<VK_TAB>#DEF$" });
     }
 
     void refusedInjectorDoesNotHoldUpStop()
@@ -472,12 +660,18 @@ private slots:
         QVERIFY(m_keys->keyEvents().isEmpty());
     }
 
+    // Without a display, the desktop's injector types nowhere; nor does a worker given no injector.
     void missingDisplayIsLoggedOncePerStart()
     {
         QVERIFY(qEnvironmentVariableIsEmpty("DISPLAY"));
         const QStringList notice { "[INFO] Key output is off: no X display to type into." };
         RecordingKeyInjector unavailable;
         unavailable.available = false;
+        int made = 0;
+        m_worker->thread.setKeyInjectorFactory([&made] {
+            ++made;
+            return std::make_unique<XTestKeyInjector>();
+        });
         for (KeyInjector* injector : QVector<KeyInjector*> { nullptr, nullptr, &unavailable }) {
             const int files = m_worker->frames().size();
             startTyping("#run$", injector);
@@ -485,7 +679,13 @@ private slots:
             QVERIFY(m_worker->thread.stopThread());
             QCOMPARE(ScratchWorker::logSince(), notice);
         }
+        QCOMPARE(made, 2);
         QVERIFY(unavailable.events().isEmpty());
+        ScratchWorker alone;
+        alone.thread.setKeyOutput(true);
+        QVERIFY(alone.thread.startThread());
+        QVERIFY(alone.thread.stopThread());
+        QCOMPARE(ScratchWorker::logSince(), notice);
     }
 
 private:
@@ -496,8 +696,6 @@ private:
         QVERIFY(m_worker->thread.startThread());
         m_worker->thread.pushData(input.constData(), input.size());
     }
-
-    bool typingSettled() const { return !m_keys->keyEvents().isEmpty() && m_keys->events().endsWith("finish"); }
 
     std::unique_ptr<ScratchWorker> m_worker;
     std::unique_ptr<RecordingKeyInjector> m_keys;

@@ -1,28 +1,24 @@
-#include "FrameKeeper.h"
-
-#include "FrameFileWriter.h"
-#include "Logger.h"
+#include "EveryFrameFramer.h"
 
 #include <QTextCodec>
 #include <algorithm>
 
-FrameKeeper::FrameKeeper(const QString& start, const QString& end, FrameFileWriter& writer)
+EveryFrameFramer::EveryFrameFramer(const QString& start, const QString& end)
     : m_start(start)
     , m_end(end)
-    , m_writer(writer)
     , m_decoder(QTextCodec::codecForName("UTF-8")->makeDecoder())
 {
 }
 
-FrameKeeper::~FrameKeeper() = default;
+EveryFrameFramer::~EveryFrameFramer() = default;
 
-QString FrameKeeper::feed(const QByteArray& bytes)
+Framer::Result EveryFrameFramer::feed(const QByteArray& bytes)
 {
-    const QString text = m_decoder->toUnicode(bytes);
+    Result result;
     // Only the new text and the marker's length before it can hold a marker not yet found.
     int from = std::max(0, m_carry.size() - std::max(m_start.size(), m_end.size()) + 1);
     int taken = 0;
-    m_carry += text;
+    m_carry += m_decoder->toUnicode(bytes);
     for (;;) {
         if (!m_inFrame) {
             const int start = m_carry.indexOf(m_start, std::max(from, taken));
@@ -38,26 +34,19 @@ QString FrameKeeper::feed(const QByteArray& bytes)
             break;
         }
         if (end > taken) {
-            write(m_carry.mid(taken, end - taken));
+            result.frames << m_carry.mid(taken, end - taken);
         }
         taken = from = end + m_end.size();
         m_inFrame = false;
     }
     m_carry.remove(0, std::min(taken, m_carry.size()));
     if (m_carry.size() > kCarryLimit) {
-        Logger::info(QString("[INFO] Dropped %1 characters of an unfinished frame: no end text within %2 characters.")
-                         .arg(m_carry.size())
-                         .arg(kCarryLimit)
-                         .toStdString());
+        result.dropped << QString("[INFO] Dropped %1 characters of an unfinished frame: no end text within %2 "
+                                  "characters.")
+                              .arg(m_carry.size())
+                              .arg(kCarryLimit);
         m_carry.clear();
         m_inFrame = false;
     }
-    return text;
-}
-
-void FrameKeeper::write(QString frame)
-{
-    frame.remove('\r');
-    frame.remove('\n');
-    m_writer.write(frame);
+    return result;
 }
