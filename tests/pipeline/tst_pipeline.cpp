@@ -395,37 +395,6 @@ private slots:
         QCOMPARE(KeyPlayer::delayForSpeed(speed), delay);
     }
 
-    // Each frame goes to the files and to every other sink, with the device and the time it came.
-    void sinksTakeEveryFrame_data()
-    {
-        QTest::addColumn<bool>("keep");
-        QTest::newRow("original framing") << false;
-        QTest::newRow("every frame kept") << true;
-    }
-
-    void sinksTakeEveryFrame()
-    {
-        QFETCH(bool, keep);
-        RecordingSink first, second;
-        ScratchWorker worker;
-        worker.thread.setKeepEveryFrame(keep);
-        worker.thread.setObjectName("camera 7");
-        worker.thread.addFrameSink(&first);
-        worker.thread.addFrameSink(&second);
-        const QDateTime before = QDateTime::currentDateTime();
-        QVERIFY(worker.thread.startThread());
-        QVERIFY(worker.push("#A\r\n$#B$"));
-        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), (QByteArrayList { "A", "B" }), kWaitMs);
-        QVERIFY(worker.thread.stopThread());
-        QCOMPARE(second.taken.size(), 2);
-        QCOMPARE(first.taken.size(), 2);
-        QCOMPARE(first.taken[0].text, "A\r\n");
-        QCOMPARE(first.taken[1].text, "B");
-        QCOMPARE(first.taken[1].device, "camera 7");
-        QVERIFY(first.taken[0].received >= before);
-        QVERIFY(first.taken[1].received <= QDateTime::currentDateTime());
-    }
-
     // Kept: a burst in one read and the same cut into single bytes, from two workers into one directory.
     // The second worker is stopped at once: what it received is still written.
     void keptBurstsShareADirectory()
@@ -618,7 +587,8 @@ private slots:
     }
 
     // One stream typed and cut into files by the worker, which pauses after each step for the output
-    // speed and gives back what typing borrowed once the line is quiet.
+    // speed and gives back what typing borrowed once the line is quiet. Each frame also goes to every
+    // other sink, with its device and the time it came.
     void workerTypesAndWritesFrames_data()
     {
         QTest::addColumn<bool>("keep");
@@ -643,9 +613,20 @@ private slots:
         m_worker->thread.setKeepEveryFrame(keep);
         if (speed != -99)
             m_worker->thread.setOutputSpeed(speed);
+        RecordingSink first, second;
+        m_worker->thread.setObjectName("camera 7");
+        m_worker->thread.addFrameSink(&first);
+        m_worker->thread.addFrameSink(&second);
+        const QDateTime before = QDateTime::currentDateTime();
         startTyping("#ABC$<VK_TAB>#DEF$", m_keys.get());
         QTRY_COMPARE_WITH_TIMEOUT(m_keys->events(), events, kWaitMs);
         QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames(), (QByteArrayList { "ABC", "DEF" }), kWaitMs);
+        QVERIFY(m_worker->thread.stopThread());
+        QCOMPARE(second.taken.size(), 2);
+        QCOMPARE(first.taken.size(), 2);
+        QCOMPARE(first.taken[0].text, "ABC");
+        QCOMPARE(first.taken[1].device, "camera 7");
+        QVERIFY(first.taken[0].received >= before);
         QCOMPARE(ScratchWorker::logSince().filter("[INFO] The Tapwright outputs data:"),
                  QStringList { "[INFO] The Tapwright outputs data:#ABC$<VK_TAB>#DEF$" });
     }
