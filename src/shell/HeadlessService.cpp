@@ -1,19 +1,11 @@
 #include "HeadlessService.h"
 
 #include "Device.h"
-#include "DeviceConfig.h"
+#include "DeviceSet.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QMap>
 #include <cstdio>
-
-namespace {
-
-// The pages of the window, by the names their settings are stored under.
-const char* const kDeviceNames[] = { "page_Device1", "page_Device2" };
-
-} // namespace
 
 HeadlessService::HeadlessService(QObject* parent)
     : QObject(parent)
@@ -27,32 +19,28 @@ HeadlessService::~HeadlessService()
 
 int HeadlessService::start(const QString& configPath)
 {
-    QMap<QString, TCPSettings> stored;
-    if (DeviceConfig::read(configPath, stored) != DeviceConfig::ReadResult::Read) {
+    stop();
+    m_devices = new DeviceSet(configPath, this);
+    if (m_devices->read() != DeviceConfig::ReadResult::Read) {
         return -1;
     }
-    for (const char* name : kDeviceNames) {
-        const auto settings = stored.constFind(QString::fromLatin1(name));
-        if (settings == stored.constEnd() || settings->status != 1) {
-            continue;
-        }
-        auto* device = new Device(this);
-        device->setObjectName(QString::fromLatin1(name));
-        device->setSettings(*settings);
+    int opened = 0;
+    for (Device* device : m_devices->storedOpen()) {
         openDevice(device);
         if (device->isOpen()) {
-            m_devices.append(device);
+            ++opened;
         } else {
-            delete device;
+            // A device that did not open has said why; the closing it does later is no news.
+            disconnect(device, nullptr, this, nullptr);
         }
     }
-    return m_devices.size();
+    return opened;
 }
 
 void HeadlessService::stop()
 {
-    qDeleteAll(m_devices);
-    m_devices.clear();
+    delete m_devices;
+    m_devices = nullptr;
 }
 
 void HeadlessService::openDevice(Device* device)

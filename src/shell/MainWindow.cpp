@@ -2,7 +2,8 @@
 
 #include "AppIcon.h"
 #include "DataLocations.h"
-#include "DeviceConfig.h"
+#include "Device.h"
+#include "DeviceSet.h"
 #include "LanguageSwitcher.h"
 #include "Logger.h"
 #include "TCPSettingWidget.h"
@@ -34,6 +35,7 @@ QString configPath()
 MainWindow::MainWindow(QWidget* parent, bool externalStart)
     : MainWindowBase(parent)
     , ui(new Ui::MainWindowClass)
+    , m_devices(new DeviceSet(configPath(), this))
     , m_toolBar(nullptr)
     , m_startFunctionTimer(nullptr)
     , m_externalStart(externalStart)
@@ -66,10 +68,12 @@ MainWindow::~MainWindow()
 {
     Velko::Wirelet::finalize();
     // The pages report their closing while they are destroyed, after the form is gone.
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
+    for (TCPSettingWidget* page : pages()) {
         disconnect(page, nullptr, this, nullptr);
     }
     delete ui;
+    // The devices close after their pages are gone, as when each page held its own.
+    delete m_devices;
 }
 
 void MainWindow::initWidgets()
@@ -83,9 +87,40 @@ void MainWindow::initWidgets()
     ui->textEdit->document()->setMaximumBlockCount(500);
     ui->textEdit_log->document()->setMaximumBlockCount(2000);
 
-    ui->comboBox_Device->addItem(tr("Device1"));
-    ui->comboBox_Device->addItem(tr("Device2"));
+    for (Device* device : m_devices->devices()) {
+        addPage(device);
+    }
+    fillDeviceBox();
+}
+
+void MainWindow::addPage(Device* device)
+{
+    auto* page = new TCPSettingWidget(device, ui->stackedWidget);
+    ui->stackedWidget->addWidget(page);
+    connect(page, SIGNAL(sendShowData(QString)), this, SLOT(showCallbackData(QString)));
+    connect(page, SIGNAL(sendShowLogData(QString)), this, SLOT(sendShowLogData(QString)));
+}
+
+void MainWindow::fillDeviceBox()
+{
+    ui->comboBox_Device->clear();
+    for (Device* device : m_devices->devices()) {
+        const int number = DeviceSet::numberOf(device->objectName());
+        // The first two keep the texts they always had.
+        ui->comboBox_Device->addItem(number == 1       ? tr("Device1")
+                                         : number == 2 ? tr("Device2")
+                                                       : tr("Device%1").arg(number));
+    }
     ui->comboBox_Device->setView(new QListView());
+}
+
+QList<TCPSettingWidget*> MainWindow::pages() const
+{
+    QList<TCPSettingWidget*> shown;
+    for (int index = 0; index < ui->stackedWidget->count(); ++index) {
+        shown.append(static_cast<TCPSettingWidget*>(ui->stackedWidget->widget(index)));
+    }
+    return shown;
 }
 
 void MainWindow::initConnections()
@@ -102,24 +137,24 @@ void MainWindow::initConnections()
     connect(m_tray, &TrayIcon::minimizeRequested, this, &MainWindow::setMinimized);
     connect(m_tray, &TrayIcon::restoreRequested, this, &MainWindow::setReduction);
     connect(m_tray, &TrayIcon::quitRequested, this, &MainWindow::closeSlot);
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
-        connect(page, SIGNAL(sendShowData(QString)), this, SLOT(showCallbackData(QString)));
-        connect(page, SIGNAL(sendShowLogData(QString)), this, SLOT(sendShowLogData(QString)));
-    }
 }
 
 void MainWindow::readConfig()
 {
-    QMap<QString, TCPSettings> devices;
-    if (DeviceConfig::read(configPath(), devices) != DeviceConfig::ReadResult::Read) {
+    if (m_devices->read() != DeviceConfig::ReadResult::Read) {
         return;
     }
-    const QList<TCPSettingWidget*> pages = findChildren<TCPSettingWidget*>();
-    for (auto device = devices.cbegin(); device != devices.cend(); ++device) {
-        for (TCPSettingWidget* page : pages) {
-            if (page->objectName() == device.key()) {
-                page->setSettings(device.value());
-            }
+    const QList<Device*>& devices = m_devices->devices();
+    for (int index = ui->stackedWidget->count(); index < devices.size(); ++index) {
+        addPage(devices.at(index));
+    }
+    if (ui->comboBox_Device->count() != devices.size()) {
+        fillDeviceBox();
+    }
+    // Each page opens its device when stored open, and shows how the open went.
+    for (TCPSettingWidget* page : pages()) {
+        if (m_devices->isStored(page->shownDevice())) {
+            page->setSettings(page->shownDevice()->settings());
         }
     }
     m_configLoaded = true;
@@ -127,11 +162,10 @@ void MainWindow::readConfig()
 
 void MainWindow::writeConfig()
 {
-    QList<QPair<QString, TCPSettings>> devices;
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
-        devices.append({ page->objectName(), page->getSettings() });
+    for (TCPSettingWidget* page : pages()) {
+        page->keepShown();
     }
-    DeviceConfig::write(configPath(), devices);
+    m_devices->write();
 }
 
 void MainWindow::onLanguageBoxChanged(int index)
@@ -376,12 +410,9 @@ void MainWindow::retranslate()
     setWindowTitle(tr("Tapwright"));
     m_trayPresence->retranslate();
 
-    ui->comboBox_Device->clear();
-    ui->comboBox_Device->addItem(tr("Device1"));
-    ui->comboBox_Device->addItem(tr("Device2"));
-    ui->comboBox_Device->setView(new QListView());
+    fillDeviceBox();
 
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
+    for (TCPSettingWidget* page : pages()) {
         page->retranslate();
     }
 }

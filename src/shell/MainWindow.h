@@ -5,8 +5,11 @@
 #include <QString>
 #include <QSystemTrayIcon>
 
+class Device;
+class DeviceSet;
 class LanguageSwitcher;
 class QTimer;
+class TCPSettingWidget;
 class ToolBar;
 class TrayIcon;
 class TrayPresence;
@@ -15,7 +18,7 @@ namespace Ui {
 class MainWindowClass;
 }
 
-// The program's one window: title bar, the two device pages, the data and message panes, and auto
+// The program's one window: title bar, a page for each device of the set, the data and message panes, and auto
 // start; it wires in the tray and the language. It routes what the pages report into the panes and
 // keeps the order of loading, saving and shutting down around them.
 class MainWindow : public MainWindowBase
@@ -62,6 +65,10 @@ private:
     void bringToFront();
 
     void initWidgets();
+    // A page for the device, at the end of the device box and the stack.
+    void addPage(Device* device);
+    void fillDeviceBox();
+    QList<TCPSettingWidget*> pages() const;
     void initConnections();
     void readConfig();
     void writeConfig();
@@ -71,6 +78,7 @@ private:
     void loadStyleSheet();
 
     Ui::MainWindowClass* ui;
+    DeviceSet* m_devices;
     ToolBar* m_toolBar;
     QString m_styleSheet;
     QTimer* m_startFunctionTimer;

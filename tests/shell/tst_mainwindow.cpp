@@ -1,3 +1,4 @@
+#include "Device.h"
 #include "FakeCamera.h"
 #include "FakeSystemTray.h"
 #include "FileProbe.h"
@@ -189,7 +190,8 @@ private slots:
         edit.show();
         edit.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&edit));
-        TCPSettingWidget page;
+        Device device;
+        TCPSettingWidget page(&device);
         page.setSettings(typing);
         QTRY_COMPARE(camera.openCount(), 1);
         camera.send("#\xC3\xA9t\xC3");
