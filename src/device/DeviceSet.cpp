@@ -67,25 +67,17 @@ QList<Device*> DeviceSet::storedOpen() const
 
 Device* DeviceSet::add()
 {
-    Device* device = insert(numberOf(m_devices.last()->objectName()) + 1);
-    emit added(device);
-    return device;
+    return insert(numberOf(m_devices.last()->objectName()) + 1);
 }
 
 bool DeviceSet::remove(Device* device)
 {
-    if (!isRemovable(device) || !m_devices.removeOne(device)) {
+    if (numberOf(device->objectName()) <= kFixedDevices || device->isOpen() || !m_devices.removeOne(device)) {
         return false;
     }
     m_stored.remove(device);
-    emit removed(device);
     delete device;
     return true;
-}
-
-bool DeviceSet::isRemovable(const Device* device)
-{
-    return numberOf(device->objectName()) > kFixedDevices && !device->isOpen();
 }
 
 QString DeviceSet::nameOf(int number)

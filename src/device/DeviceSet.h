@@ -39,15 +39,10 @@ public:
     Device* add();
     // Removes and deletes a device that is neither fixed nor open; false when it may not go.
     bool remove(Device* device);
-    static bool isRemovable(const Device* device);
 
     static QString nameOf(int number);
     // The number of a device's name, or 0 for a name the set does not give.
     static int numberOf(const QString& name);
-
-signals:
-    void added(Device* device);
-    void removed(Device* device);
 
 private:
     Device* insert(int number);

@@ -20,6 +20,7 @@
 #include <QDir>
 #include <QFile>
 #include <QListView>
+#include <QMessageBox>
 #include <QTextCursor>
 #include <QTimer>
 
@@ -91,6 +92,8 @@ void MainWindow::initWidgets()
         addPage(device);
     }
     fillDeviceBox();
+    // Device1 is shown first, and stays.
+    ui->btnRemoveDevice->setEnabled(false);
 }
 
 void MainWindow::addPage(Device* device)
@@ -104,14 +107,22 @@ void MainWindow::addPage(Device* device)
 void MainWindow::fillDeviceBox()
 {
     ui->comboBox_Device->clear();
-    for (Device* device : m_devices->devices()) {
-        const int number = DeviceSet::numberOf(device->objectName());
-        // The first two keep the texts they always had.
-        ui->comboBox_Device->addItem(number == 1       ? tr("Device1")
-                                         : number == 2 ? tr("Device2")
-                                                       : tr("Device%1").arg(number));
+    for (const Device* device : m_devices->devices()) {
+        ui->comboBox_Device->addItem(deviceTitle(device));
     }
     ui->comboBox_Device->setView(new QListView());
+    ui->btnAddDevice->setText(tr("Add device"));
+    ui->btnRemoveDevice->setText(tr("Remove device"));
+}
+
+QString MainWindow::deviceTitle(const Device* device) const
+{
+    const int number = DeviceSet::numberOf(device->objectName());
+    // The first two keep the texts they always had.
+    if (number <= DeviceSet::kFixedDevices) {
+        return number == 1 ? tr("Device1") : tr("Device2");
+    }
+    return tr("Device%1").arg(number);
 }
 
 QList<TCPSettingWidget*> MainWindow::pages() const
@@ -129,6 +140,8 @@ void MainWindow::initConnections()
     connect(ui->checkBox_autoApp, SIGNAL(stateChanged(int)), this, SLOT(onAppAutoStartChanged(int)));
     connect(ui->comboBox_Device, SIGNAL(currentIndexChanged(int)), this, SLOT(onDeviceComboBoxChanged(int)));
     connect(ui->btnClearData, SIGNAL(pressed()), this, SLOT(onClearData()));
+    connect(ui->btnAddDevice, &QPushButton::clicked, this, &MainWindow::onAddDevice);
+    connect(ui->btnRemoveDevice, &QPushButton::clicked, this, &MainWindow::onRemoveDevice);
     connect(m_language, &LanguageSwitcher::switched, this, &MainWindow::retranslate);
     connect(m_trayPresence, &TrayPresence::lost, this, &MainWindow::onTrayLost);
     connect(m_tray, &TrayIcon::started, this, &MainWindow::onTrayIconStarted);
@@ -304,6 +317,43 @@ void MainWindow::onDeviceComboBoxChanged(int index)
 {
     ui->stackedWidget->setCurrentIndex(index);
     ui->textEdit->clear();
+    const TCPSettingWidget* page = pages().value(index);
+    ui->btnRemoveDevice->setEnabled(page && DeviceSet::numberOf(page->objectName()) > DeviceSet::kFixedDevices);
+}
+
+void MainWindow::onAddDevice()
+{
+    Device* device = m_devices->add();
+    addPage(device);
+    ui->comboBox_Device->addItem(deviceTitle(device));
+    ui->comboBox_Device->setCurrentIndex(ui->comboBox_Device->count() - 1);
+}
+
+void MainWindow::onRemoveDevice()
+{
+    const int index = ui->comboBox_Device->currentIndex();
+    TCPSettingWidget* page = pages().value(index);
+    if (!page) {
+        return;
+    }
+    Device* device = page->shownDevice();
+    const QString title = deviceTitle(device);
+    if (device->isOpen()) {
+        ui->textEdit_log->append(tr("%1 is open: close it before removing it.").arg(title));
+        return;
+    }
+    if (QMessageBox::question(this, tr("Remove device"), tr("Remove %1 and its settings?").arg(title))
+        != QMessageBox::Yes) {
+        return;
+    }
+    // The set has the last word; the page goes only with its device.
+    if (!m_devices->remove(device)) {
+        return;
+    }
+    delete page;
+    ui->comboBox_Device->removeItem(index);
+    // The box need not report a change when the next device takes the removed one's place.
+    onDeviceComboBoxChanged(ui->comboBox_Device->currentIndex());
 }
 
 void MainWindow::sendShowLogData(QString data)
@@ -313,8 +363,12 @@ void MainWindow::sendShowLogData(QString data)
         return;
     }
     const TCPSettings settings = page->getSettings();
-    ui->textEdit_log->append(settings.tcpClientIP + QStringLiteral(":") + settings.tcpPort + QStringLiteral(" : ")
-                             + data);
+    QString line = settings.tcpClientIP + QStringLiteral(":") + settings.tcpPort + QStringLiteral(" : ") + data;
+    // With more than the two devices of old, the line says whose it is.
+    if (m_devices->devices().size() > DeviceSet::kFixedDevices) {
+        line.prepend(deviceTitle(page->shownDevice()) + QLatin1Char(' '));
+    }
+    ui->textEdit_log->append(line);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

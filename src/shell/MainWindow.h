@@ -52,6 +52,9 @@ private slots:
     void printTip(QString tip);
     void showCallbackData(QString data);
     void onDeviceComboBoxChanged(int index);
+    void onAddDevice();
+    // Asks first; a fixed or open device stays.
+    void onRemoveDevice();
     void sendShowLogData(QString data);
     void retranslate();
 
@@ -67,7 +70,10 @@ private:
     void initWidgets();
     // A page for the device, at the end of the device box and the stack.
     void addPage(Device* device);
+    // The device box, and the buttons beside it.
     void fillDeviceBox();
+    // As the device box shows it: "Device1", "Device2", then "Device3" and on.
+    QString deviceTitle(const Device* device) const;
     QList<TCPSettingWidget*> pages() const;
     void initConnections();
     void readConfig();

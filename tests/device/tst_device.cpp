@@ -35,15 +35,11 @@ private slots:
     void initTestCase() { QVERIFY(Logger::open(m_log.toStdString())); }
     void init()
     {
-        m_device = new Device;
-        m_page = new TCPSettingWidget(m_device);
+        m_page = new TCPSettingWidget(new Device);
+        m_page->shownDevice()->setParent(m_page); // alone here: the page takes the set's place
         connect(m_page, SIGNAL(sendShowLogData(QString)), &m_pane, SLOT(append(QString)));
     }
-    void cleanup()
-    {
-        delete m_page;
-        delete m_device;
-    }
+    void cleanup() { delete m_page; }
 
     // What the host name resolves to and what the active interfaces hold give the one to listen on.
     void localIPv4Choice_data()
@@ -109,7 +105,6 @@ private slots:
         QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 2);
         const QString messages = m_pane.toPlainText();
         delete std::exchange(m_page, nullptr); // the window that listens is tearing down too
-        delete std::exchange(m_device, nullptr);
         QCOMPARE(m_pane.toPlainText(), messages);
         QTRY_COMPARE(client.endedByPeerCount(), 1);
     }
@@ -331,29 +326,18 @@ private slots:
     {
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QByteArray>("written");
-        const QByteArray first = "    \"page_Device1\": {\n"
-                                 "        \"EndChar\": \"]\",\n"
-                                 "        \"FileDir\": \"/frames\",\n"
-                                 "        \"StartChar\": \"[\",\n"
-                                 "        \"Status\": 1,\n"
-                                 "        \"TcpClientIP\": \"127.0.0.1\",\n"
-                                 "        \"TcpPort\": \"5000\",\n"
-                                 "        \"TcpType\": 0\n"
+        const QByteArray first = "    \"page_Device1\": {\n        \"EndChar\": \"]\",\n"
+                                 "        \"FileDir\": \"/frames\",\n        \"StartChar\": \"[\",\n"
+                                 "        \"Status\": 1,\n        \"TcpClientIP\": \"127.0.0.1\",\n"
+                                 "        \"TcpPort\": \"5000\",\n        \"TcpType\": 0\n"
                                  "    }";
-        const QByteArray second = "    \"page_Device2\": {\n"
-                                  "        \"AllowedCamera\": \"10.0.0.7\",\n"
-                                  "        \"EndChar\": \"$\",\n"
-                                  "        \"FileDir\": \"/kept\",\n"
-                                  "        \"KeepEveryFrame\": 1,\n"
-                                  "        \"KeyOutput\": 1,\n"
-                                  "        \"KeySpeed\": 4,\n"
-                                  "        \"StartChar\": \"#\",\n"
-                                  "        \"Status\": 0,\n"
-                                  "        \"TcpClientIP\": \"\",\n"
-                                  "        \"TcpPort\": \"6000\",\n"
-                                  "        \"TcpType\": 1,\n"
-                                  "        \"WaitForCamera\": 1\n"
-                                  "    }";
+        const QByteArray second = "    \"page_Device2\": {\n        \"AllowedCamera\": \"10.0.0.7\",\n"
+                                  "        \"EndChar\": \"$\",\n        \"FileDir\": \"/kept\",\n"
+                                  "        \"KeepEveryFrame\": 1,\n        \"KeyOutput\": 1,\n"
+                                  "        \"KeySpeed\": 4,\n        \"StartChar\": \"#\",\n"
+                                  "        \"Status\": 0,\n        \"TcpClientIP\": \"\",\n"
+                                  "        \"TcpPort\": \"6000\",\n        \"TcpType\": 1,\n"
+                                  "        \"WaitForCamera\": 1\n    }";
         const QByteArray today = "{\n" + first + ",\n" + second + "\n}\n";
         QTest::newRow("the two pages of today") << today << today;
         QTest::newRow("other members left out") << "{\"stray\": {}, \"page_Device01\": {}, " + today.mid(1) << today;
@@ -362,8 +346,7 @@ private slots:
     void deviceSetRoundTrip()
     {
         QFETCH(QByteArray, stored);
-        QTemporaryDir dir;
-        const QString path = dir.filePath("TCPconfig.json");
+        const QString path = QDir::temp().filePath("TCPconfig.json"); // the runner's scratch directory
         QVERIFY(TestProgramDir::writeFile(path, stored));
         DeviceSet set(path);
         QCOMPARE(set.read(), DeviceConfig::ReadResult::Read);
@@ -388,7 +371,6 @@ private:
     const QString m_log = QDir::temp().filePath("device.log"); // the runner's scratch directory
     QTranslator m_chinese;
     QTextEdit m_pane;
-    Device* m_device = nullptr;
     TCPSettingWidget* m_page = nullptr;
 };
 
