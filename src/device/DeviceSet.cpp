@@ -2,6 +2,7 @@
 
 #include "Device.h"
 
+#include <QCoreApplication>
 #include <QMap>
 #include <algorithm>
 
@@ -63,6 +64,26 @@ QList<Device*> DeviceSet::storedOpen() const
         }
     }
     return open;
+}
+
+int DeviceSet::openStored()
+{
+    int opened = 0;
+    for (Device* device : storedOpen()) {
+        // As on the page: a server listens on the machine's address of the moment, not the stored one.
+        const QString ip = device->openAddress();
+        Device::Fields fields = Device::storedFields(device->settings(), ip);
+        fields.waitForCamera = true;
+        if (const char* problem = device->checkFields(fields)) {
+            emit refused(device, ip, QCoreApplication::translate("TCPSettingWidget", problem));
+            continue;
+        }
+        device->openAtStart(fields);
+        if (device->isOpen()) {
+            ++opened;
+        }
+    }
+    return opened;
 }
 
 Device* DeviceSet::add()

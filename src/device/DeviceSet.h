@@ -34,6 +34,9 @@ public:
     bool isStored(const Device* device) const { return m_stored.contains(device); }
     // The devices the file stores open, in order.
     QList<Device*> storedOpen() const;
+    // Opens them with nobody there to press a button: a client whose camera does not answer yet waits
+    // for it. Gives the number open or waiting; one that fails a check is refused.
+    int openStored();
 
     // A new closed device numbered after the last one.
     Device* add();
@@ -43,6 +46,10 @@ public:
     static QString nameOf(int number);
     // The number of a device's name, or 0 for a name the set does not give.
     static int numberOf(const QString& name);
+
+signals:
+    // A device stored open whose fields fail a check, with the address it would open on.
+    void refused(Device* device, const QString& ip, const QString& problem);
 
 private:
     Device* insert(int number);

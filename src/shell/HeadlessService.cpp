@@ -3,7 +3,6 @@
 #include "Device.h"
 #include "DeviceSet.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <cstdio>
 
@@ -24,13 +23,20 @@ int HeadlessService::start(const QString& configPath)
     if (m_devices->read() != DeviceConfig::ReadResult::Read) {
         return -1;
     }
-    int opened = 0;
-    for (Device* device : m_devices->storedOpen()) {
-        openDevice(device);
-        if (device->isOpen()) {
-            ++opened;
-        } else {
-            // A device that did not open has said why; the closing it does later is no news.
+    const QList<Device*> stored = m_devices->storedOpen();
+    for (Device* device : stored) {
+        // A server that moves to the network address once there is one prints its new address.
+        connect(device, &Device::message, this, [this, device](const QString& text) {
+            print(device, device->address(), text);
+        });
+    }
+    connect(m_devices, &DeviceSet::refused, this, [this](Device* device, const QString& ip, const QString& problem) {
+        print(device, ip, problem);
+    });
+    const int opened = m_devices->openStored();
+    for (Device* device : stored) {
+        // A device that did not open has said why; the closing it does later is no news.
+        if (!device->isOpen()) {
             disconnect(device, nullptr, this, nullptr);
         }
     }
@@ -41,25 +47,6 @@ void HeadlessService::stop()
 {
     delete m_devices;
     m_devices = nullptr;
-}
-
-void HeadlessService::openDevice(Device* device)
-{
-    // As on the page: a server listens on the machine's address of the moment, not the stored one.
-    const QString ip = device->openAddress();
-    Device::Fields fields = Device::storedFields(device->settings(), ip);
-    // Nobody is there to press the button once the camera is up, so a device always waits for it.
-    fields.waitForCamera = true;
-    // A server that moves to the network address once there is one prints its new address.
-    connect(device, &Device::message, this, [this, device](const QString& text) {
-        print(device, device->address(), text);
-    });
-
-    if (const char* problem = device->checkFields(fields)) {
-        print(device, ip, QCoreApplication::translate("TCPSettingWidget", problem));
-        return;
-    }
-    device->openAtStart(fields);
 }
 
 void HeadlessService::print(const Device* device, const QString& ip, const QString& text)

@@ -21,7 +21,6 @@ public:
     void stop();
 
 private:
-    void openDevice(Device* device);
     void print(const Device* device, const QString& ip, const QString& text);
 
     DeviceSet* m_devices = nullptr;
