@@ -18,9 +18,9 @@ namespace Ui {
 class MainWindowClass;
 }
 
-// The program's one window: title bar, a page for each device of the set, the data and message panes, and auto
-// start; it wires in the tray and the language. It routes what the pages report into the panes and
-// keeps the order of loading, saving and shutting down around them.
+// The program's one window: title bar, a page for each device of the set, the data and message
+// panes, and auto start; it wires in the tray and the language. It routes what the pages report into
+// the panes and keeps the order of loading, saving and shutting down around them.
 class MainWindow : public MainWindowBase
 {
     Q_OBJECT
@@ -68,7 +68,7 @@ private:
     void bringToFront();
 
     void initWidgets();
-    // A page for the device, at the end of the device box and the stack.
+    // A page for the device, at the end of the stack.
     void addPage(Device* device);
     // The device box, and the buttons beside it.
     void fillDeviceBox();
