@@ -70,6 +70,26 @@
         <translation>设备2</translation>
     </message>
     <message>
+        <source>Device%1</source>
+        <translation>设备%1</translation>
+    </message>
+    <message>
+        <source>Add device</source>
+        <translation>添加设备</translation>
+    </message>
+    <message>
+        <source>Remove device</source>
+        <translation>删除设备</translation>
+    </message>
+    <message>
+        <source>%1 is open: close it before removing it.</source>
+        <translation>%1 已打开：请先关闭再删除。</translation>
+    </message>
+    <message>
+        <source>Remove %1 and its settings?</source>
+        <translation>删除%1及其设置？</translation>
+    </message>
+    <message>
         <source>aboutToCloseSlot()</source>
         <translation>连接即将关闭</translation>
     </message>

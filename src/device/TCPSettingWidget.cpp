@@ -28,13 +28,14 @@ void setLampStatus(QLabel* lamp, int status)
 
 } // namespace
 
-TCPSettingWidget::TCPSettingWidget(QWidget* parent)
+TCPSettingWidget::TCPSettingWidget(Device* shown, QWidget* parent)
     : QWidget(parent)
     , ui(new Ui::TCPSettingWidget)
+    , device(shown)
 {
     ui->setupUi(this);
+    setObjectName(device->objectName());
 
-    device = new Device(this);
     fillTypeComboBox();
     fillKeySpeedBox();
     ui->comboBoxKeySpeed->setCurrentIndex(TCPSettings::kDefaultKeySpeed);
@@ -54,8 +55,6 @@ TCPSettingWidget::~TCPSettingWidget()
     // The window that listens is already tearing down; the closing message must not reach it.
     disconnect(this, SIGNAL(sendShowData(QString)), nullptr, nullptr);
     disconnect(this, SIGNAL(sendShowLogData(QString)), nullptr, nullptr);
-
-    delete device;
     delete ui;
 }
 
@@ -76,6 +75,11 @@ TCPSettings TCPSettingWidget::getSettings() const
     current.allowedCamera = ui->lineEditAllowedCamera->text().trimmed();
     current.waitForCamera = ui->checkBoxWaitForCamera->isChecked();
     return current;
+}
+
+void TCPSettingWidget::keepShown()
+{
+    device->setSettings(getSettings());
 }
 
 void TCPSettingWidget::setSettings(TCPSettings s)

@@ -10,17 +10,23 @@ namespace Ui {
 class TCPSettingWidget;
 }
 
-// The page of one device: shows its settings and lets the operator open or close it.
+// The page of one device: shows the settings of a device it does not own, and lets the operator open
+// or close it.
 class TCPSettingWidget : public QWidget
 {
     Q_OBJECT
 
 public:
-    explicit TCPSettingWidget(QWidget* parent = nullptr);
+    explicit TCPSettingWidget(Device* shown, QWidget* parent = nullptr);
     ~TCPSettingWidget() override;
 
+    Device* shownDevice() const { return device; }
+    // What the form shows, as it would be stored.
     TCPSettings getSettings() const;
+    // Shows the stored settings, and opens a device stored open.
     void setSettings(TCPSettings s);
+    // Gives the device what the form shows, for the set to store.
+    void keepShown();
     void retranslate();
 
 signals:

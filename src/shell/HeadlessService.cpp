@@ -1,19 +1,10 @@
 #include "HeadlessService.h"
 
 #include "Device.h"
-#include "DeviceConfig.h"
+#include "DeviceSet.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
-#include <QMap>
 #include <cstdio>
-
-namespace {
-
-// The pages of the window, by the names their settings are stored under.
-const char* const kDeviceNames[] = { "page_Device1", "page_Device2" };
-
-} // namespace
 
 HeadlessService::HeadlessService(QObject* parent)
     : QObject(parent)
@@ -27,51 +18,35 @@ HeadlessService::~HeadlessService()
 
 int HeadlessService::start(const QString& configPath)
 {
-    QMap<QString, TCPSettings> stored;
-    if (DeviceConfig::read(configPath, stored) != DeviceConfig::ReadResult::Read) {
+    stop();
+    m_devices = new DeviceSet(configPath, this);
+    if (m_devices->read() != DeviceConfig::ReadResult::Read) {
         return -1;
     }
-    for (const char* name : kDeviceNames) {
-        const auto settings = stored.constFind(QString::fromLatin1(name));
-        if (settings == stored.constEnd() || settings->status != 1) {
-            continue;
-        }
-        auto* device = new Device(this);
-        device->setObjectName(QString::fromLatin1(name));
-        device->setSettings(*settings);
-        openDevice(device);
-        if (device->isOpen()) {
-            m_devices.append(device);
-        } else {
-            delete device;
+    const QList<Device*> stored = m_devices->storedOpen();
+    for (Device* device : stored) {
+        // A server that moves to the network address once there is one prints its new address.
+        connect(device, &Device::message, this, [this, device](const QString& text) {
+            print(device, device->address(), text);
+        });
+    }
+    connect(m_devices, &DeviceSet::refused, this, [this](Device* device, const QString& ip, const QString& problem) {
+        print(device, ip, problem);
+    });
+    const int opened = m_devices->openStored();
+    for (Device* device : stored) {
+        // A device that did not open has said why; the closing it does later is no news.
+        if (!device->isOpen()) {
+            disconnect(device, nullptr, this, nullptr);
         }
     }
-    return m_devices.size();
+    return opened;
 }
 
 void HeadlessService::stop()
 {
-    qDeleteAll(m_devices);
-    m_devices.clear();
-}
-
-void HeadlessService::openDevice(Device* device)
-{
-    // As on the page: a server listens on the machine's address of the moment, not the stored one.
-    const QString ip = device->openAddress();
-    Device::Fields fields = Device::storedFields(device->settings(), ip);
-    // Nobody is there to press the button once the camera is up, so a device always waits for it.
-    fields.waitForCamera = true;
-    // A server that moves to the network address once there is one prints its new address.
-    connect(device, &Device::message, this, [this, device](const QString& text) {
-        print(device, device->address(), text);
-    });
-
-    if (const char* problem = device->checkFields(fields)) {
-        print(device, ip, QCoreApplication::translate("TCPSettingWidget", problem));
-        return;
-    }
-    device->openAtStart(fields);
+    delete m_devices;
+    m_devices = nullptr;
 }
 
 void HeadlessService::print(const Device* device, const QString& ip, const QString& text)

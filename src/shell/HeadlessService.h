@@ -1,13 +1,13 @@
 #pragma once
 
-#include <QList>
 #include <QObject>
 #include <QString>
 
 class Device;
+class DeviceSet;
 
-// The devices without the window: opens every device stored open in TCPconfig.json, and prints
-// what the message pane would show to standard output. Never writes the configuration.
+// The devices without the window: opens every device the set stores open, and prints what the
+// message pane would show to standard output. Never writes the configuration.
 class HeadlessService : public QObject
 {
     Q_OBJECT
@@ -21,8 +21,7 @@ public:
     void stop();
 
 private:
-    void openDevice(Device* device);
     void print(const Device* device, const QString& ip, const QString& text);
 
-    QList<Device*> m_devices;
+    DeviceSet* m_devices = nullptr;
 };

@@ -2,7 +2,8 @@
 
 #include "AppIcon.h"
 #include "DataLocations.h"
-#include "DeviceConfig.h"
+#include "Device.h"
+#include "DeviceSet.h"
 #include "LanguageSwitcher.h"
 #include "Logger.h"
 #include "TCPSettingWidget.h"
@@ -19,6 +20,7 @@
 #include <QDir>
 #include <QFile>
 #include <QListView>
+#include <QMessageBox>
 #include <QTextCursor>
 #include <QTimer>
 
@@ -34,6 +36,7 @@ QString configPath()
 MainWindow::MainWindow(QWidget* parent, bool externalStart)
     : MainWindowBase(parent)
     , ui(new Ui::MainWindowClass)
+    , m_devices(new DeviceSet(configPath(), this))
     , m_toolBar(nullptr)
     , m_startFunctionTimer(nullptr)
     , m_externalStart(externalStart)
@@ -66,10 +69,12 @@ MainWindow::~MainWindow()
 {
     Velko::Wirelet::finalize();
     // The pages report their closing while they are destroyed, after the form is gone.
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
+    for (TCPSettingWidget* page : pages()) {
         disconnect(page, nullptr, this, nullptr);
     }
     delete ui;
+    // The devices close after their pages are gone, as when each page held its own.
+    delete m_devices;
 }
 
 void MainWindow::initWidgets()
@@ -83,9 +88,50 @@ void MainWindow::initWidgets()
     ui->textEdit->document()->setMaximumBlockCount(500);
     ui->textEdit_log->document()->setMaximumBlockCount(2000);
 
-    ui->comboBox_Device->addItem(tr("Device1"));
-    ui->comboBox_Device->addItem(tr("Device2"));
+    for (Device* device : m_devices->devices()) {
+        addPage(device);
+    }
+    fillDeviceBox();
+    // Device1 is shown first, and stays.
+    ui->btnRemoveDevice->setEnabled(false);
+}
+
+void MainWindow::addPage(Device* device)
+{
+    auto* page = new TCPSettingWidget(device, ui->stackedWidget);
+    ui->stackedWidget->addWidget(page);
+    connect(page, SIGNAL(sendShowData(QString)), this, SLOT(showCallbackData(QString)));
+    connect(page, SIGNAL(sendShowLogData(QString)), this, SLOT(sendShowLogData(QString)));
+}
+
+void MainWindow::fillDeviceBox()
+{
+    ui->comboBox_Device->clear();
+    for (const Device* device : m_devices->devices()) {
+        ui->comboBox_Device->addItem(deviceTitle(device));
+    }
     ui->comboBox_Device->setView(new QListView());
+    ui->btnAddDevice->setText(tr("Add device"));
+    ui->btnRemoveDevice->setText(tr("Remove device"));
+}
+
+QString MainWindow::deviceTitle(const Device* device) const
+{
+    const int number = DeviceSet::numberOf(device->objectName());
+    // The first two keep the texts they always had.
+    if (number <= DeviceSet::kFixedDevices) {
+        return number == 1 ? tr("Device1") : tr("Device2");
+    }
+    return tr("Device%1").arg(number);
+}
+
+QList<TCPSettingWidget*> MainWindow::pages() const
+{
+    QList<TCPSettingWidget*> shown;
+    for (int index = 0; index < ui->stackedWidget->count(); ++index) {
+        shown.append(static_cast<TCPSettingWidget*>(ui->stackedWidget->widget(index)));
+    }
+    return shown;
 }
 
 void MainWindow::initConnections()
@@ -94,6 +140,8 @@ void MainWindow::initConnections()
     connect(ui->checkBox_autoApp, SIGNAL(stateChanged(int)), this, SLOT(onAppAutoStartChanged(int)));
     connect(ui->comboBox_Device, SIGNAL(currentIndexChanged(int)), this, SLOT(onDeviceComboBoxChanged(int)));
     connect(ui->btnClearData, SIGNAL(pressed()), this, SLOT(onClearData()));
+    connect(ui->btnAddDevice, &QPushButton::clicked, this, &MainWindow::onAddDevice);
+    connect(ui->btnRemoveDevice, &QPushButton::clicked, this, &MainWindow::onRemoveDevice);
     connect(m_language, &LanguageSwitcher::switched, this, &MainWindow::retranslate);
     connect(m_trayPresence, &TrayPresence::lost, this, &MainWindow::onTrayLost);
     connect(m_tray, &TrayIcon::started, this, &MainWindow::onTrayIconStarted);
@@ -102,24 +150,24 @@ void MainWindow::initConnections()
     connect(m_tray, &TrayIcon::minimizeRequested, this, &MainWindow::setMinimized);
     connect(m_tray, &TrayIcon::restoreRequested, this, &MainWindow::setReduction);
     connect(m_tray, &TrayIcon::quitRequested, this, &MainWindow::closeSlot);
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
-        connect(page, SIGNAL(sendShowData(QString)), this, SLOT(showCallbackData(QString)));
-        connect(page, SIGNAL(sendShowLogData(QString)), this, SLOT(sendShowLogData(QString)));
-    }
 }
 
 void MainWindow::readConfig()
 {
-    QMap<QString, TCPSettings> devices;
-    if (DeviceConfig::read(configPath(), devices) != DeviceConfig::ReadResult::Read) {
+    if (m_devices->read() != DeviceConfig::ReadResult::Read) {
         return;
     }
-    const QList<TCPSettingWidget*> pages = findChildren<TCPSettingWidget*>();
-    for (auto device = devices.cbegin(); device != devices.cend(); ++device) {
-        for (TCPSettingWidget* page : pages) {
-            if (page->objectName() == device.key()) {
-                page->setSettings(device.value());
-            }
+    const QList<Device*>& devices = m_devices->devices();
+    for (int index = ui->stackedWidget->count(); index < devices.size(); ++index) {
+        addPage(devices.at(index));
+    }
+    if (ui->comboBox_Device->count() != devices.size()) {
+        fillDeviceBox();
+    }
+    // Each page opens its device when stored open, and shows how the open went.
+    for (TCPSettingWidget* page : pages()) {
+        if (m_devices->isStored(page->shownDevice())) {
+            page->setSettings(page->shownDevice()->settings());
         }
     }
     m_configLoaded = true;
@@ -127,11 +175,10 @@ void MainWindow::readConfig()
 
 void MainWindow::writeConfig()
 {
-    QList<QPair<QString, TCPSettings>> devices;
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
-        devices.append({ page->objectName(), page->getSettings() });
+    for (TCPSettingWidget* page : pages()) {
+        page->keepShown();
     }
-    DeviceConfig::write(configPath(), devices);
+    m_devices->write();
 }
 
 void MainWindow::onLanguageBoxChanged(int index)
@@ -270,6 +317,43 @@ void MainWindow::onDeviceComboBoxChanged(int index)
 {
     ui->stackedWidget->setCurrentIndex(index);
     ui->textEdit->clear();
+    const TCPSettingWidget* page = pages().value(index);
+    ui->btnRemoveDevice->setEnabled(page && DeviceSet::numberOf(page->objectName()) > DeviceSet::kFixedDevices);
+}
+
+void MainWindow::onAddDevice()
+{
+    Device* device = m_devices->add();
+    addPage(device);
+    ui->comboBox_Device->addItem(deviceTitle(device));
+    ui->comboBox_Device->setCurrentIndex(ui->comboBox_Device->count() - 1);
+}
+
+void MainWindow::onRemoveDevice()
+{
+    const int index = ui->comboBox_Device->currentIndex();
+    TCPSettingWidget* page = pages().value(index);
+    if (!page) {
+        return;
+    }
+    Device* device = page->shownDevice();
+    const QString title = deviceTitle(device);
+    if (device->isOpen()) {
+        ui->textEdit_log->append(tr("%1 is open: close it before removing it.").arg(title));
+        return;
+    }
+    if (QMessageBox::question(this, tr("Remove device"), tr("Remove %1 and its settings?").arg(title))
+        != QMessageBox::Yes) {
+        return;
+    }
+    // The set has the last word; the page goes only with its device.
+    if (!m_devices->remove(device)) {
+        return;
+    }
+    delete page;
+    ui->comboBox_Device->removeItem(index);
+    // The box need not report a change when the next device takes the removed one's place.
+    onDeviceComboBoxChanged(ui->comboBox_Device->currentIndex());
 }
 
 void MainWindow::sendShowLogData(QString data)
@@ -279,8 +363,12 @@ void MainWindow::sendShowLogData(QString data)
         return;
     }
     const TCPSettings settings = page->getSettings();
-    ui->textEdit_log->append(settings.tcpClientIP + QStringLiteral(":") + settings.tcpPort + QStringLiteral(" : ")
-                             + data);
+    QString line = settings.tcpClientIP + QStringLiteral(":") + settings.tcpPort + QStringLiteral(" : ") + data;
+    // With more than the two devices of old, the line says whose it is.
+    if (m_devices->devices().size() > DeviceSet::kFixedDevices) {
+        line.prepend(deviceTitle(page->shownDevice()) + QLatin1Char(' '));
+    }
+    ui->textEdit_log->append(line);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)
@@ -376,12 +464,9 @@ void MainWindow::retranslate()
     setWindowTitle(tr("Tapwright"));
     m_trayPresence->retranslate();
 
-    ui->comboBox_Device->clear();
-    ui->comboBox_Device->addItem(tr("Device1"));
-    ui->comboBox_Device->addItem(tr("Device2"));
-    ui->comboBox_Device->setView(new QListView());
+    fillDeviceBox();
 
-    for (TCPSettingWidget* page : findChildren<TCPSettingWidget*>()) {
+    for (TCPSettingWidget* page : pages()) {
         page->retranslate();
     }
 }

@@ -5,8 +5,11 @@
 #include <QString>
 #include <QSystemTrayIcon>
 
+class Device;
+class DeviceSet;
 class LanguageSwitcher;
 class QTimer;
+class TCPSettingWidget;
 class ToolBar;
 class TrayIcon;
 class TrayPresence;
@@ -15,9 +18,9 @@ namespace Ui {
 class MainWindowClass;
 }
 
-// The program's one window: title bar, the two device pages, the data and message panes, and auto
-// start; it wires in the tray and the language. It routes what the pages report into the panes and
-// keeps the order of loading, saving and shutting down around them.
+// The program's one window: title bar, a page for each device of the set, the data and message
+// panes, and auto start; it wires in the tray and the language. It routes what the pages report into
+// the panes and keeps the order of loading, saving and shutting down around them.
 class MainWindow : public MainWindowBase
 {
     Q_OBJECT
@@ -49,6 +52,9 @@ private slots:
     void printTip(QString tip);
     void showCallbackData(QString data);
     void onDeviceComboBoxChanged(int index);
+    void onAddDevice();
+    // Asks first; a fixed or open device stays.
+    void onRemoveDevice();
     void sendShowLogData(QString data);
     void retranslate();
 
@@ -62,6 +68,13 @@ private:
     void bringToFront();
 
     void initWidgets();
+    // A page for the device, at the end of the stack.
+    void addPage(Device* device);
+    // The device box, and the buttons beside it.
+    void fillDeviceBox();
+    // As the device box shows it: "Device1", "Device2", then "Device3" and on.
+    QString deviceTitle(const Device* device) const;
+    QList<TCPSettingWidget*> pages() const;
     void initConnections();
     void readConfig();
     void writeConfig();
@@ -71,6 +84,7 @@ private:
     void loadStyleSheet();
 
     Ui::MainWindowClass* ui;
+    DeviceSet* m_devices;
     ToolBar* m_toolBar;
     QString m_styleSheet;
     QTimer* m_startFunctionTimer;

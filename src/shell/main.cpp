@@ -181,7 +181,7 @@ int main(int argc, char* argv[])
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
-        "Receives barcode text from up to two cameras over TCP, writes each frame to a file and shows the "
+        "Receives barcode text from cameras over TCP, one device each, writes each frame to a file and shows the "
         "stream in a window."));
     parser.addHelpOption();
     parser.addVersionOption();

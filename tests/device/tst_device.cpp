@@ -1,10 +1,12 @@
 #include "Device.h"
+#include "DeviceSet.h"
 #include "FakeCamera.h"
 #include "FileProbe.h"
 #include "LocalIPv4.h"
 #include "Logger.h"
 #include "NetTCPServer.h"
 #include "TCPSettingWidget.h"
+#include "TestProgramDir.h"
 #include "Unshared.h"
 
 #include <QtNetwork>
@@ -33,7 +35,8 @@ private slots:
     void initTestCase() { QVERIFY(Logger::open(m_log.toStdString())); }
     void init()
     {
-        m_page = new TCPSettingWidget;
+        m_page = new TCPSettingWidget(new Device);
+        m_page->shownDevice()->setParent(m_page); // alone here: the page takes the set's place
         connect(m_page, SIGNAL(sendShowLogData(QString)), &m_pane, SLOT(append(QString)));
     }
     void cleanup() { delete m_page; }
@@ -148,7 +151,8 @@ private slots:
         back.send("#B$");
         QTRY_COMPARE(allowed.endedByPeerCount(), 1);
         QTRY_COMPARE(FileProbe::textFiles(frames.path()).size(), 2);
-        QCOMPARE(m_pane.toPlainText().count("camera 127.0.0.2 connected again; its earlier connection was closed."), 1);
+        QTRY_COMPARE(m_pane.toPlainText().count("camera 127.0.0.2 connected again; its earlier connection was closed."),
+                     1);
         press();
 
         allowedCamera->clear();
@@ -314,6 +318,40 @@ private slots:
         QCOMPARE(m_pane.toPlainText().count("does not answer yet"), int(waiting));
         device.close();
         QTRY_COMPARE(camera.endedByPeerCount(), 1);
+    }
+
+    // The set reads TCPconfig.json and writes it back byte for byte as the window always did: every
+    // device it gives, nothing else.
+    void deviceSetRoundTrip_data()
+    {
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addColumn<QByteArray>("written");
+        const QByteArray first = "    \"page_Device1\": {\n        \"EndChar\": \"]\",\n"
+                                 "        \"FileDir\": \"/frames\",\n        \"StartChar\": \"[\",\n"
+                                 "        \"Status\": 1,\n        \"TcpClientIP\": \"127.0.0.1\",\n"
+                                 "        \"TcpPort\": \"5000\",\n        \"TcpType\": 0\n"
+                                 "    }";
+        const QByteArray second = "    \"page_Device2\": {\n        \"AllowedCamera\": \"10.0.0.7\",\n"
+                                  "        \"EndChar\": \"$\",\n        \"FileDir\": \"/kept\",\n"
+                                  "        \"KeepEveryFrame\": 1,\n        \"KeyOutput\": 1,\n"
+                                  "        \"KeySpeed\": 4,\n        \"StartChar\": \"#\",\n"
+                                  "        \"Status\": 0,\n        \"TcpClientIP\": \"\",\n"
+                                  "        \"TcpPort\": \"6000\",\n        \"TcpType\": 1,\n"
+                                  "        \"WaitForCamera\": 1\n    }";
+        const QByteArray today = "{\n" + first + ",\n" + second + "\n}\n";
+        QTest::newRow("the two pages of today") << today << today;
+        QTest::newRow("other members left out") << "{\"stray\": {}, \"page_Device01\": {}, " + today.mid(1) << today;
+    }
+
+    void deviceSetRoundTrip()
+    {
+        QFETCH(QByteArray, stored);
+        const QString path = QDir::temp().filePath("TCPconfig.json"); // the runner's scratch directory
+        QVERIFY(TestProgramDir::writeFile(path, stored));
+        DeviceSet set(path);
+        QCOMPARE(set.read(), DeviceConfig::ReadResult::Read);
+        QVERIFY(set.write());
+        QTEST(FileProbe::readAll(path), "written");
     }
 
 private:

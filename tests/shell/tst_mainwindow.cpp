@@ -1,3 +1,4 @@
+#include "Device.h"
 #include "FakeCamera.h"
 #include "FakeSystemTray.h"
 #include "FileProbe.h"
@@ -103,7 +104,8 @@ private slots:
         for (int i = 0; i < 2001; ++i)
             emit page(2)->sendShowLogData(i ? "连接" : "first"); // device 2, not on display
         const QString newest = QString("192.168.0.5:3000 : 连接\n").repeated(2000).chopped(1); // the newest 2000 lines
-        QCOMPARE(m_win->findChild<QTextEdit*>("textEdit_log")->toPlainText(), newest);
+        auto* log = m_win->findChild<QTextEdit*>("textEdit_log");
+        QCOMPARE(log->toPlainText(), newest);
 
         // The data pane shows the device on display, up to 20000 characters and the newest 500 lines.
         auto* data = m_win->findChild<QTextEdit*>("textEdit");
@@ -122,6 +124,30 @@ private slots:
         QCOMPARE(data->toPlainText(), QString("b"));
         QTest::mousePress(m_win->findChild<QWidget*>("btnClearData"), Qt::LeftButton);
         QCOMPARE(data->toPlainText(), QString());
+
+        // Sixteen devices; with more than two, a message names its device. Device1 and Device2 stay, an
+        // open device stays and says why, a closed one goes once the user says yes.
+        auto* remove = m_win->findChild<QPushButton*>("btnRemoveDevice");
+        QVERIFY(!remove->isEnabled());
+        for (int i = 3; i <= 16; ++i)
+            QTest::mouseClick(m_win->findChild<QPushButton*>("btnAddDevice"), Qt::LeftButton);
+        auto* box = m_win->findChild<QComboBox*>("comboBox_Device");
+        QCOMPARE(box->currentText(), QString("设备16"));
+        FakeCamera camera;
+        page(16)->setSettings({ 1, 0, QString::number(camera.listen()), "127.0.0.1", ".", "[", "]" }); // nothing sent
+        QTRY_VERIFY(log->toPlainText().contains(QRegularExpression("设备16 127.0.0.1:\\d+ : 本设备")));
+        QTest::mouseClick(remove, Qt::LeftButton);
+        QCOMPARE(log->document()->lastBlock().text(), QString("设备16 已打开：请先关闭再删除。"));
+        QTest::mouseClick(page(16)->findChild<QToolButton*>("openTcpBtn"), Qt::LeftButton);
+        QString asked;
+        QTimer::singleShot(0, [&asked] {
+            auto* question = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            asked = question->text();
+            question->button(QMessageBox::Yes)->click();
+        });
+        QTest::mouseClick(remove, Qt::LeftButton);
+        QCOMPARE(asked, QString("删除设备16及其设置？"));
+        QCOMPARE(box->currentText(), QString("设备15"));
 
         QTRY_VERIFY(m_win->findChild<QMenu*>());
         QStringList entries;
@@ -189,7 +215,8 @@ private slots:
         edit.show();
         edit.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&edit));
-        TCPSettingWidget page;
+        Device device;
+        TCPSettingWidget page(&device);
         page.setSettings(typing);
         QTRY_COMPARE(camera.openCount(), 1);
         camera.send("#\xC3\xA9t\xC3");

@@ -36,7 +36,8 @@ private slots:
     }
 
     // The configuration as found at start, what stands in the way (a trailing / for a directory), the
-    // arguments, and the device's options, kept as they were. %DEV% is a client device stored open.
+    // arguments, and the device's options, kept as they were. %DEV% is a client device stored open, on the
+    // page of the number given.
     void startRunAndClose_data()
     {
         QTest::addColumn<QByteArray>("config");
@@ -48,29 +49,34 @@ private slots:
         QTest::addColumn<bool>("headlessRefuses");
         QTest::addColumn<bool>("serves");
         QTest::addColumn<int>("storedStatus");
+        QTest::addColumn<int>("page");
 
         const QByteArray good = "{\"page_Device1\": %DEV%, \"stray\": {}}", cut = "{\"page_Device1\": %DEV%";
         const QJsonObject none, kept { { "KeepEveryFrame", 1 }, { "KeySpeed", 4 } }, waits { { "WaitForCamera", 1 } };
         const QStringList clean, unknown { "--bogus", "external_start", "--foo" };
         const QStringList unreadable { kUnreadable }, invalid { kInvalid };
-        QTest::newRow("intact") << good << "" << clean << none << false << clean << false << true << 1;
-        QTest::newRow("every frame kept") << good << "" << clean << kept << false << clean << false << true << 1;
-        QTest::newRow("unknown arguments") << good << "" << unknown << none << false << clean << false << true << 1;
-        QTest::newRow("missing") << QByteArray() << "" << clean << none << false << unreadable << true << false << 0;
-        QTest::newRow("cut short") << cut << "" << clean << none << false << invalid << true << false << 0;
+        QTest::newRow("intact") << good << "" << clean << none << false << clean << false << true << 1 << 1;
+        QTest::newRow("every frame kept") << good << "" << clean << kept << false << clean << false << true << 1 << 1;
+        QTest::newRow("unknown arguments")
+            << good << "" << unknown << none << false << clean << false << true << 1 << 1;
+        QTest::newRow("missing") << QByteArray() << "" << clean << none << false << unreadable << true << false << 0
+                                 << 1;
+        QTest::newRow("cut short") << cut << "" << clean << none << false << invalid << true << false << 0 << 1;
         QTest::newRow("array root") << QByteArray("[%DEV%]") << "" << clean << none << false << invalid << true << false
-                                    << 0;
+                                    << 0 << 1;
         QTest::newRow("wrong types") << QByteArray("{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}") << ""
-                                     << clean << none << false << clean << true << false << 0;
-        QTest::newRow("Log is a file") << good << "Log" << clean << none << false << clean << false << true << 1;
+                                     << clean << none << false << clean << true << false << 0 << 1;
+        QTest::newRow("Log is a file") << good << "Log" << clean << none << false << clean << false << true << 1 << 1;
         QTest::newRow("TCPconfig.json is a directory")
             << QByteArray() << "TCPconfig.json/" << clean << none << false << QStringList { kUnreadable, kUnwritable }
-            << true << false << 0;
-        QTest::newRow("camera absent at start") << good << "" << clean << none << true << clean << false << false << 0;
+            << true << false << 0 << 1;
+        QTest::newRow("camera absent at start")
+            << good << "" << clean << none << true << clean << false << false << 0 << 1;
         QTest::newRow("camera absent at start, waited for")
-            << good << "" << clean << waits << true << clean << false << true << 1;
+            << good << "" << clean << waits << true << clean << false << true << 1 << 1;
+        QTest::newRow("a third device") << QByteArray("{\"page_Device3\": %DEV%}") << "" << clean << none << false
+                                        << clean << false << true << 1 << 3;
     }
-
     void startRunAndClose()
     {
         QFETCH(QByteArray, config);
@@ -82,6 +88,7 @@ private slots:
         QFETCH(bool, headlessRefuses);
         QFETCH(bool, serves);
         QFETCH(int, storedStatus);
+        QFETCH(int, page);
         FakeCamera camera;
         QTemporaryDir frames;
         const quint16 port = cameraLate ? FakeCamera::freePort() : camera.listen();
@@ -129,9 +136,10 @@ private slots:
         QCOMPARE(errorsFound, errorsLogged);
         QCOMPARE(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"), obstacle != "Log");
         const QJsonObject root = QJsonDocument::fromJson(FileProbe::readAll(path("TCPconfig.json"))).object();
-        QCOMPARE(root["page_Device1"].toObject()["Status"].toInt(), storedStatus);
+        const QJsonObject saved = root["page_Device" + QString::number(page)].toObject();
+        QCOMPARE(saved["Status"].toInt(), storedStatus);
         if (serves)
-            QCOMPARE(root["page_Device1"].toObject(), device);
+            QCOMPARE(saved, device);
     }
 
     // Without a display: the device stored open waits for its late camera and serves it; a second
@@ -148,7 +156,7 @@ private slots:
         FakeCamera camera;
         QTemporaryDir frames;
         const quint16 port = FakeCamera::freePort();
-        const QJsonObject root { { "page_Device1", TestProgramDir::clientDevice(1, port, frames.path()) } };
+        const QJsonObject root { { "page_Device16", TestProgramDir::clientDevice(1, port, frames.path()) } };
         QVERIFY(TestProgramDir::writeFile(path("TCPconfig.json"), QJsonDocument(root).toJson()));
         QProcess program, second, third;
         start(program, QString());
@@ -170,7 +178,8 @@ private slots:
         QVERIFY(program.waitForFinished(15000) && program.exitCode() == 0);
         out += program.readAllStandardOutput();
         QVERIFY(!program.readAllStandardError().contains("onReceive")); // traces only when asked for
-        QVERIFY(out.contains(" page_Device1 127.0.0.1:" + QByteArray::number(port) + " : This device is successfully"));
+        QVERIFY(
+            out.contains(" page_Device16 127.0.0.1:" + QByteArray::number(port) + " : This device is successfully"));
         QVERIFY(FileProbe::readAll(path("Log/" + logName())).endsWith("LOG FINALISED\n"));
         QCOMPARE(FileProbe::readAll(path("TCPconfig.json")), QJsonDocument(root).toJson());
     }
