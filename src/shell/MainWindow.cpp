@@ -58,6 +58,7 @@ MainWindow::MainWindow(QWidget* parent, bool externalStart)
     loadStyleSheet();
     m_language->loadStored();
     readConfig();
+    m_tray->startSoon();
 
     m_startFunctionTimer = new QTimer(this);
     m_startFunctionTimer->setInterval(1000);

@@ -11,11 +11,29 @@
 TrayIcon::TrayIcon(QWidget* window)
     : QObject(window)
     , m_window(window)
+    , m_icon(nullptr)
     , m_minimizeAction(nullptr)
     , m_minimizeEnabled(false)
 {
-    connect(&m_icon, &QSystemTrayIcon::activated, this, &TrayIcon::activated);
+}
+
+void TrayIcon::startSoon()
+{
     QTimer::singleShot(500, this, &TrayIcon::start);
+}
+
+void TrayIcon::show()
+{
+    if (m_icon) {
+        m_icon->show();
+    }
+}
+
+void TrayIcon::hide()
+{
+    if (m_icon) {
+        m_icon->hide();
+    }
 }
 
 void TrayIcon::setMinimizeEnabled(bool enabled)
@@ -29,9 +47,11 @@ void TrayIcon::setMinimizeEnabled(bool enabled)
 void TrayIcon::start()
 {
     // The window's translations carry the texts; like the window's, they are taken once, here.
-    m_icon.setIcon(AppIcon::icon());
-    m_icon.setToolTip(QCoreApplication::translate("MainWindow", "Serial port Tapwright"));
-    m_icon.show();
+    m_icon = new QSystemTrayIcon(this);
+    connect(m_icon, &QSystemTrayIcon::activated, this, &TrayIcon::activated);
+    m_icon->setIcon(AppIcon::icon());
+    m_icon->setToolTip(QCoreApplication::translate("MainWindow", "Serial port Tapwright"));
+    m_icon->show();
 
     auto* menu = new QMenu(m_window);
     connect(menu->addAction(QCoreApplication::translate("MainWindow", "Maximize (&B)")),
@@ -50,6 +70,6 @@ void TrayIcon::start()
             &QAction::triggered,
             this,
             &TrayIcon::quitRequested);
-    m_icon.setContextMenu(menu);
+    m_icon->setContextMenu(menu);
     emit started();
 }

@@ -16,9 +16,11 @@ public:
     // The menu is the window's child, as the style sheet and the window tests find it.
     explicit TrayIcon(QWidget* window);
 
-    bool isVisible() const { return m_icon.isVisible(); }
-    void show() { m_icon.show(); }
-    void hide() { m_icon.hide(); }
+    // Puts the icon up half a second from now; the window calls it once it is built.
+    void startSoon();
+    bool isVisible() const { return m_icon && m_icon->isVisible(); }
+    void show();
+    void hide();
     // The menu's minimise entry only works while minimising goes to the tray.
     void setMinimizeEnabled(bool enabled);
 
@@ -35,7 +37,8 @@ private:
     void start();
 
     QWidget* m_window;
-    QSystemTrayIcon m_icon;
+    // Made when it comes up, not before: until then the tray is not asked for anything.
+    QSystemTrayIcon* m_icon;
     QAction* m_minimizeAction;
     bool m_minimizeEnabled;
 };
