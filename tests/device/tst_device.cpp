@@ -217,27 +217,20 @@ private slots:
     {
         QTest::addColumn<int>("role");
         QTest::addColumn<bool>("typing");
-        QTest::addColumn<bool>("open");
         QTest::addColumn<bool>("speed");
         QTest::addColumn<bool>("allowedCamera");
         QTest::addColumn<bool>("waitForCamera");
-        QTest::newRow("client, typing off") << 0 << false << false << false << false << true;
-        QTest::newRow("client, typing on") << 0 << true << false << true << false << true;
-        QTest::newRow("server, typing on") << 1 << true << false << true << true << false;
-        QTest::newRow("client open, typing on") << 0 << true << true << false << false << false;
+        QTest::newRow("client, typing off") << 0 << false << false << false << true;
+        QTest::newRow("client, typing on") << 0 << true << true << false << true;
+        QTest::newRow("server, typing on") << 1 << true << true << true << false;
     }
 
     void dependentFieldsFollowTheirChoice()
     {
         QFETCH(int, role);
         QFETCH(bool, typing);
-        QFETCH(bool, open);
-        QTemporaryDir frames;
-        FakeCamera camera;
-        m_page->setSettings({ 0, role, QString::number(camera.listen()), "127.0.0.1", frames.path(), "#", "$" });
+        m_page->setSettings({ 0, role, "1", "127.0.0.1", "", "#", "$" });
         m_page->findChild<QCheckBox*>("checkBoxKeyOutput")->setChecked(typing);
-        if (open)
-            press();
         const auto enabled = [this](const char* name) { return m_page->findChild<QWidget*>(name)->isEnabled(); };
         QTEST(enabled("comboBoxKeySpeed"), "speed");
         QTEST(enabled("labelKeySpeed"), "speed");
@@ -246,7 +239,7 @@ private slots:
         QTEST(enabled("checkBoxWaitForCamera"), "waitForCamera");
     }
 
-    // A row: IP | port | start | end | directory | the message. Stored open, the page checks at once.
+    // Stored open, the page checks at once.
     void missingFieldStopsTheOpen_data()
     {
         QTest::addColumn<TCPSettings>("stored");
@@ -326,19 +319,14 @@ private slots:
     {
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QByteArray>("written");
-        const QByteArray first = "    \"page_Device1\": {\n        \"EndChar\": \"]\",\n"
-                                 "        \"FileDir\": \"/frames\",\n        \"StartChar\": \"[\",\n"
-                                 "        \"Status\": 1,\n        \"TcpClientIP\": \"127.0.0.1\",\n"
-                                 "        \"TcpPort\": \"5000\",\n        \"TcpType\": 0\n"
-                                 "    }";
-        const QByteArray second = "    \"page_Device2\": {\n        \"AllowedCamera\": \"10.0.0.7\",\n"
-                                  "        \"EndChar\": \"$\",\n        \"FileDir\": \"/kept\",\n"
-                                  "        \"KeepEveryFrame\": 1,\n        \"KeyOutput\": 1,\n"
-                                  "        \"KeySpeed\": 4,\n        \"StartChar\": \"#\",\n"
-                                  "        \"Status\": 0,\n        \"TcpClientIP\": \"\",\n"
-                                  "        \"TcpPort\": \"6000\",\n        \"TcpType\": 1,\n"
-                                  "        \"WaitForCamera\": 1\n    }";
-        const QByteArray today = "{\n" + first + ",\n" + second + "\n}\n";
+        const QByteArray today
+            = "{\n    \"page_Device1\": {\n        \"EndChar\": \"]\",\n        \"FileDir\": \"/frames\",\n"
+              "        \"StartChar\": \"[\",\n        \"Status\": 1,\n        \"TcpClientIP\": \"127.0.0.1\",\n"
+              "        \"TcpPort\": \"5000\",\n        \"TcpType\": 0\n    },\n    \"page_Device2\": {\n"
+              "        \"AllowedCamera\": \"10.0.0.7\",\n        \"EndChar\": \"$\",\n        \"FileDir\": \"/kept\",\n"
+              "        \"KeepEveryFrame\": 1,\n        \"KeyOutput\": 1,\n        \"KeySpeed\": 4,\n"
+              "        \"StartChar\": \"#\",\n        \"Status\": 0,\n        \"TcpClientIP\": \"\",\n"
+              "        \"TcpPort\": \"6000\",\n        \"TcpType\": 1,\n        \"WaitForCamera\": 1\n    }\n}\n";
         QTest::newRow("the two pages of today") << today << today;
         QTest::newRow("other members left out") << "{\"stray\": {}, \"page_Device01\": {}, " + today.mid(1) << today;
     }

@@ -162,7 +162,6 @@ private slots:
         start(program, QString());
         QByteArray out;
         QTRY_VERIFY((out += program.readAllStandardOutput()).contains("does not answer yet"));
-        QTest::qWait(10000); // the camera boots late
         QCOMPARE(camera.listen(port), port);
         QTRY_COMPARE_WITH_TIMEOUT(camera.openCount(), 1, 10000);
         camera.send("[late]");
