@@ -269,6 +269,8 @@ void DataThread::runKeeping(const std::vector<FrameSink*>& sinks, KeyPlayer* pla
 
 void DataThread::deliver(const Framer::Result& result, const std::vector<FrameSink*>& sinks)
 {
+    std::vector<FrameSink::Frame> frames;
+    frames.reserve(size_t(result.frames.size()));
     for (const QString& text : result.frames) {
         // The local time looks at the time zone file each time: once a millisecond is enough.
         const qint64 now = QDateTime::currentMSecsSinceEpoch();
@@ -278,9 +280,11 @@ void DataThread::deliver(const Framer::Result& result, const std::vector<FrameSi
             const int offset = QDateTime::fromMSecsSinceEpoch(now).offsetFromUtc();
             m_received = QDateTime::fromMSecsSinceEpoch(now, Qt::OffsetFromUTC, offset);
         }
-        const FrameSink::Frame frame { text, m_device, m_received };
+        frames.push_back({ text, m_device, m_received });
+    }
+    if (!frames.empty()) {
         for (FrameSink* sink : sinks) {
-            sink->take(frame);
+            sink->takeAll(frames);
         }
     }
     for (const QString& line : result.dropped) {

@@ -13,36 +13,62 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <future>
 #include <unistd.h>
 
 namespace {
 
 const QByteArray kFramePrefix = FrameFileSink::kPrefix;
 
-// Gives the file its name only if no other file has it: a reader sees it whole or not at all.
-bool renameWithoutReplacing(const QByteArray& source, const QByteArray& target)
+// The save directory held open while frames are stored: names relative to it skip walking its
+// path twice for every file.
+class OpenDirectory
 {
-    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0) {
+public:
+    explicit OpenDirectory(const QByteArray& path)
+        : m_fd(::open(path.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))
+    {
+    }
+    ~OpenDirectory()
+    {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    OpenDirectory(const OpenDirectory&) = delete;
+    OpenDirectory& operator=(const OpenDirectory&) = delete;
+
+    int fd() const { return m_fd; }
+
+private:
+    const int m_fd;
+};
+
+// Gives the file its name only if no other file has it: a reader sees it whole or not at all.
+bool renameWithoutReplacing(int dir, const QByteArray& source, const QByteArray& target)
+{
+    if (::renameat2(dir, source.constData(), dir, target.constData(), RENAME_NOREPLACE) == 0) {
         return true;
     }
     if (errno != EINVAL && errno != ENOSYS) {
         return false;
     }
     // File systems without the flag: a hard link also fails on a taken name.
-    return ::link(source.constData(), target.constData()) == 0 && ::unlink(source.constData()) == 0;
+    return ::linkat(dir, source.constData(), dir, target.constData(), 0) == 0
+        && ::unlinkat(dir, source.constData(), 0) == 0;
 }
 
-QByteArray finalName(const QByteArray& dir, const QByteArray& stamp, int copy)
+QByteArray finalName(const QByteArray& stamp, int copy)
 {
-    return dir + '/' + stamp + (copy ? '_' + QByteArray::number(copy) : QByteArray()) + ".txt";
+    return stamp + (copy ? '_' + QByteArray::number(copy) : QByteArray()) + ".txt";
 }
 
 // The first free name of "<stamp>.txt", "<stamp>_1.txt", ... from copy on; false with errno when
 // none is given. copy is left at the next number to try.
-bool publish(const QByteArray& dir, const QByteArray& part, const QByteArray& stamp, int& copy)
+bool publish(int dir, const QByteArray& part, const QByteArray& stamp, int& copy)
 {
     for (;; ++copy) {
-        if (renameWithoutReplacing(part, finalName(dir, stamp, copy))) {
+        if (renameWithoutReplacing(dir, part, finalName(stamp, copy))) {
             ++copy;
             return true;
         }
@@ -109,18 +135,19 @@ void FrameFileWriter::recover()
     static const QRegularExpression ours(R"(^\.(\d{8}_\d{6}_\d{3})-(\d+)-\d+-(\d+)\.part$)");
     int recovered = 0;
     int removed = 0;
+    const OpenDirectory dir(m_dirName);
     for (const QFileInfo& info : QDir(m_dir).entryInfoList({ ".*.part" }, QDir::Files | QDir::Hidden)) {
         const QRegularExpressionMatch match = ours.match(info.fileName());
         const pid_t pid = match.captured(2).toInt();
         if (!match.hasMatch() || ::kill(pid, 0) == 0 || errno == EPERM) {
             continue;
         }
-        const QByteArray part = QFile::encodeName(info.filePath());
+        const QByteArray part = QFile::encodeName(info.fileName());
         if (info.size() == match.captured(3).toLongLong()) {
             int copy = 0;
-            recovered += publish(m_dirName, part, match.captured(1).toLatin1(), copy);
+            recovered += publish(dir.fd(), part, match.captured(1).toLatin1(), copy);
         } else {
-            removed += ::unlink(part.constData()) == 0;
+            removed += ::unlinkat(dir.fd(), part.constData(), 0) == 0;
         }
     }
     if (recovered + removed > 0) {
@@ -132,22 +159,65 @@ void FrameFileWriter::recover()
     }
 }
 
-void FrameFileWriter::write(const QString& frame, const QDateTime& received)
+void FrameFileWriter::write(const std::vector<FrameSink::Frame>& frames)
 {
-    // Formatting the time costs more than writing a small file: once a millisecond is enough.
-    const qint64 ms = received.toMSecsSinceEpoch();
-    if (ms != m_stampMs || m_stamp.isEmpty()) {
-        m_stampMs = ms;
-        m_stamp = FrameFileSink::fileStamp(received).toLatin1();
-    }
-    Frame next { m_stamp, kFramePrefix + frame.toUtf8() };
-    if (m_waiting.empty()) {
-        if (store(next)) {
-            return;
+    std::vector<Frame> batch;
+    batch.reserve(frames.size());
+    for (const FrameSink::Frame& frame : frames) {
+        // Formatting the time costs more than writing a small file: once a millisecond is enough.
+        const qint64 ms = frame.received.toMSecsSinceEpoch();
+        if (ms != m_stampMs || m_stamp.isEmpty()) {
+            m_stampMs = ms;
+            m_stamp = FrameFileSink::fileStamp(frame.received).toLatin1();
         }
-        stopped(errno);
+        QByteArray content = kFramePrefix + frame.text.toUtf8();
+        content.replace('\r', QByteArray()).replace('\n', QByteArray());
+        batch.push_back({ m_stamp, std::move(content) });
     }
-    hold(std::move(next));
+    if (m_waiting.empty()) {
+        storeBatch(batch);
+    }
+    for (Frame& frame : batch) {
+        hold(std::move(frame));
+    }
+}
+
+void FrameFileWriter::storeBatch(std::vector<Frame>& frames)
+{
+    const size_t split = frames.size() >= kSplitFrames ? frames.size() / 2 : frames.size();
+    // A millisecond cut in two: the second thread numbers its copies on from where the first's end.
+    Copies later;
+    if (split < frames.size()) {
+        later.stamp = frames[split].stamp;
+        later.next = m_copies.stamp == later.stamp ? m_copies.next : 0;
+        for (size_t i = split; i > 0 && frames[i - 1].stamp == later.stamp; --i) {
+            ++later.next;
+        }
+    }
+    const OpenDirectory dir(m_dirName);
+    if (dir.fd() < 0) {
+        stopped(errno);
+        return;
+    }
+    std::future<Stored> second;
+    if (split < frames.size()) {
+        second
+            = std::async(std::launch::async, [&] { return storeRun(dir.fd(), frames, split, frames.size(), later); });
+    }
+    const Stored first = storeRun(dir.fd(), frames, 0, split, m_copies);
+    const Stored rest = second.valid() ? second.get() : Stored { frames.size(), 0 };
+    if (first.end == split && rest.end == frames.size()) {
+        if (split < frames.size()) {
+            m_copies = later;
+        }
+        frames.clear();
+        return;
+    }
+    stopped(first.end < split ? first.error : rest.error);
+    // What is left waits in order: the first part's failures, then the second's.
+    const auto at = [&frames](size_t index) { return frames.begin() + std::ptrdiff_t(index); };
+    frames.erase(at(split), at(rest.end));
+    frames.erase(at(0), at(first.end));
 }
 
 void FrameFileWriter::retryIfDue()
@@ -192,16 +262,24 @@ void FrameFileWriter::finish()
     }
 }
 
-bool FrameFileWriter::store(const Frame& frame)
+FrameFileWriter::Stored
+FrameFileWriter::storeRun(int dir, const std::vector<Frame>& frames, size_t from, size_t to, Copies& copies) const
+{
+    for (size_t i = from; i < to; ++i) {
+        if (!store(dir, frames[i], copies)) {
+            return { i, errno };
+        }
+    }
+    return { to, 0 };
+}
+
+bool FrameFileWriter::store(int dir, const Frame& frame, Copies& copies) const
 {
     static std::atomic<unsigned> serial { 0 };
     // Hidden and not "*.txt" while it is written; the length in the name tells a whole file after a crash.
-    const QByteArray part = QFile::encodeName(QString("%1/.%2-%3-%4-%5.part")
-                                                  .arg(m_dir, QString::fromLatin1(frame.stamp))
-                                                  .arg(m_pid)
-                                                  .arg(serial++)
-                                                  .arg(frame.content.size()));
-    const int fd = ::open(part.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    const QByteArray part = '.' + frame.stamp + '-' + QByteArray::number(m_pid) + '-' + QByteArray::number(serial++)
+        + '-' + QByteArray::number(frame.content.size()) + ".part";
+    const int fd = ::openat(dir, part.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0) {
         return false;
     }
@@ -212,15 +290,15 @@ bool FrameFileWriter::store(const Frame& frame)
         error = errno;
     }
     // Frames of one millisecond take "_1", "_2", ... in turn: each tries on from where the last got a name.
-    if (frame.stamp != m_copyStamp) {
-        m_copyStamp = frame.stamp;
-        m_nextCopy = 0;
+    if (frame.stamp != copies.stamp) {
+        copies.stamp = frame.stamp;
+        copies.next = 0;
     }
-    if (stored && publish(m_dirName, part, frame.stamp, m_nextCopy)) {
+    if (stored && publish(dir, part, frame.stamp, copies.next)) {
         return true;
     }
     error = stored ? errno : error;
-    ::unlink(part.constData());
+    ::unlinkat(dir, part.constData(), 0);
     errno = error;
     return false;
 }
@@ -229,8 +307,9 @@ bool FrameFileWriter::drain(Clock::time_point deadline)
 {
     // A save directory that was removed is made again; one that is there costs a stat.
     QDir().mkpath(m_dir);
+    const OpenDirectory dir(m_dirName);
     while (!m_waiting.empty()) {
-        if (!store(m_waiting.front())) {
+        if (!store(dir.fd(), m_waiting.front(), m_copies)) {
             m_error = errno;
             m_nextTry = Clock::now() + std::chrono::milliseconds(kRetryMs);
             return false;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FrameSink.h"
+
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QDateTime>
@@ -25,8 +27,9 @@ public:
     // Gives complete frames that a crash left under temporary names their final names and
     // removes the cut ones; says in one log line what it did.
     void recover();
-    // Writes the frame under the name of the time it came, or queues it behind the frames that wait.
-    void write(const QString& frame, const QDateTime& received);
+    // Writes the frames in order under the names of the times they came, without their line ends,
+    // or queues them behind the frames that wait.
+    void write(const std::vector<FrameSink::Frame>& frames);
     // Tries the waiting frames again once the pause after the last failure is over.
     void retryIfDue();
     bool hasWaiting() const { return !m_waiting.empty(); }
@@ -43,6 +46,9 @@ public:
     static constexpr int kFinishMs = 1000;
     // Texts of frames that could not be kept are logged this many to a line, or once a second.
     static constexpr int kTextsPerLine = 100;
+    // From this many frames in one read on, two threads write them: file creation, not the
+    // camera, is what holds a burst back.
+    static constexpr size_t kSplitFrames = 64;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -51,10 +57,27 @@ private:
         QByteArray stamp;
         QByteArray content;
     };
+    // The stamp of the last stored frame and the copy number its next namesake tries first.
+    struct Copies
+    {
+        QByteArray stamp;
+        int next = 0;
+    };
+    // Where a run of stores ended: at the first frame that failed, with its errno, or at the end.
+    struct Stored
+    {
+        size_t end = 0;
+        int error = 0;
+    };
 
     // Creates the file under a temporary name, then gives it its final name; on failure nothing
-    // is left behind and errno says why.
-    bool store(const Frame& frame);
+    // is left behind and errno says why. dir is the save directory held open. Safe on two threads
+    // with Copies of their own.
+    bool store(int dir, const Frame& frame, Copies& copies) const;
+    Stored storeRun(int dir, const std::vector<Frame>& frames, size_t from, size_t to, Copies& copies) const;
+    // Stores in order up to the first failure; a long batch is split between two threads at a change
+    // of millisecond, so each millisecond's copies are still numbered in order by one of them.
+    void storeBatch(std::vector<Frame>& frames);
     // Writes waiting frames in order until none wait, one fails or the deadline passes.
     bool drain(Clock::time_point deadline);
     void hold(Frame frame);
@@ -65,9 +88,7 @@ private:
     const QByteArray m_dirName;
     const Notice m_notice;
     const qint64 m_pid;
-    // The stamp of the last stored frame and the copy number its next namesake tries first.
-    QByteArray m_copyStamp;
-    int m_nextCopy = 0;
+    Copies m_copies;
     qint64 m_stampMs = 0;
     QByteArray m_stamp;
     std::deque<Frame> m_waiting;

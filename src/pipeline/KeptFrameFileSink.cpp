@@ -5,14 +5,6 @@ KeptFrameFileSink::KeptFrameFileSink(const QString& dir, FrameFileWriter::Notice
 {
 }
 
-void KeptFrameFileSink::take(const Frame& frame)
-{
-    QString text = frame.text;
-    text.remove('\r');
-    text.remove('\n');
-    m_writer.write(text, frame.received);
-}
-
 std::optional<std::chrono::milliseconds> KeptFrameFileSink::untilRetry() const
 {
     if (!m_writer.hasWaiting()) {

@@ -11,7 +11,8 @@ public:
     KeptFrameFileSink(const QString& dir, FrameFileWriter::Notice notice);
 
     void open() override { m_writer.recover(); }
-    void take(const Frame& frame) override;
+    void take(const Frame& frame) override { m_writer.write({ frame }); }
+    void takeAll(const std::vector<Frame>& frames) override { m_writer.write(frames); }
     std::optional<std::chrono::milliseconds> untilRetry() const override;
     void retryIfDue() override { m_writer.retryIfDue(); }
     void finish() override { m_writer.finish(); }

@@ -524,6 +524,32 @@ private slots:
         QCOMPARE(ScratchWorker::logSince(), (QStringList { logged.arg(dir, reason), back.arg(dir) }));
     }
 
+    // A burst the disk takes only part of: two threads write it, what is refused waits, and in the
+    // end every frame is there in the order it came.
+    void keptBurstOnAFillingDisk()
+    {
+        if (!Unshared::inside())
+            return Unshared::rerun({ "-r", "-m" });
+        QTemporaryDir disk;
+        QCOMPARE(QProcess::execute("mount", { "-t", "tmpfs", "-o", "nr_inodes=100", "tmpfs", disk.path() }), 0);
+        ScratchWorker worker;
+        worker.thread.setFileDir(disk.path());
+        worker.thread.setKeepEveryFrame(true);
+        QStringList notices;
+        connect(&worker.thread, &DataThread::writingNotice, this, [&notices](const QString& text) { notices << text; });
+        QByteArrayList sent;
+        QByteArray burst;
+        for (int i = 0; i < 300; ++i) {
+            sent << QByteArray::number(i).rightJustified(3, '0');
+            burst += "#" + sent.last() + "$";
+        }
+        QVERIFY(worker.thread.startThread());
+        QVERIFY(worker.push(burst));
+        QTRY_COMPARE_WITH_TIMEOUT(notices.size(), 1, kWaitMs);
+        QCOMPARE(QProcess::execute("mount", { "-o", "remount,nr_inodes=1000", disk.path() }), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(disk.path()), sent, kWaitMs);
+    }
+
     // At the start of a worker that keeps every frame, what a crash left under a temporary name.
     void unfinishedFramesAreRecovered_data()
     {

@@ -75,6 +75,10 @@ void FrameSender::step()
         }
         beginFrame();
     }
+    if (m_options.rate == 0 && m_options.chunk == 0) {
+        sendBurst();
+        return;
+    }
 
     const int size = m_options.chunk > 0 ? m_options.chunk : m_frame.size();
     const QByteArray piece = m_frame.mid(m_offset, size);
@@ -85,6 +89,25 @@ void FrameSender::step()
         return;
     }
     frameWritten();
+    std::fflush(stdout);
+    m_timer.start(0);
+}
+
+void FrameSender::sendBurst()
+{
+    // Without a rate whole frames go out back to back in one write, as from a reader emptying its
+    // queue, until the connection holds enough unsent data.
+    QByteArray burst;
+    for (;;) {
+        burst += m_frame;
+        frameWritten();
+        if (burst.size() >= kMaxPendingBytes || !m_source->hasFrame()) {
+            break;
+        }
+        beginFrame();
+    }
+    m_connection->write(burst);
+    std::fflush(stdout);
     m_timer.start(0);
 }
 
@@ -104,7 +127,6 @@ void FrameSender::frameWritten()
     if (!m_options.quiet) {
         std::printf(
             "%d %lld %s\n", m_sent, QDateTime::currentMSecsSinceEpoch(), qPrintable(EscapedText::encode(m_frame)));
-        std::fflush(stdout);
     }
     if (m_options.rate > 0) {
         const double now = double(m_clock.elapsed());

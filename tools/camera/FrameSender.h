@@ -32,6 +32,7 @@ private slots:
 
 private:
     void beginFrame();
+    void sendBurst();
     void frameWritten();
 
     const CameraOptions& m_options;
