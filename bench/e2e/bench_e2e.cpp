@@ -21,16 +21,22 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QtEndian>
 #include <X11/Xlib.h>
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <poll.h>
 #include <string>
+#include <sys/inotify.h>
 #include <sys/select.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -194,14 +200,20 @@ public:
     qint64 pid() const { return m_process.processId(); }
     bool isRunning() const { return m_process.state() == QProcess::Running; }
 
-    // The address a server device shows in its IP field, from the program's debug stream.
-    QString serverAddress() const
+    // The address a server device listens on at port, from the kernel's table of TCP sockets.
+    static QString listeningAddress(quint16 port)
     {
-        QFile file(m_dir.filePath("program.err"));
-        file.open(QIODevice::ReadOnly);
-        const QRegularExpression shown("serverIP\\s+\"([^\"]+)\"");
-        const QRegularExpressionMatch match = shown.match(QString::fromUtf8(file.readAll()));
-        return match.hasMatch() ? match.captured(1) : QString();
+        QFile table("/proc/net/tcp");
+        table.open(QIODevice::ReadOnly);
+        for (const QByteArray& line : table.readAll().split('\n')) {
+            const QList<QByteArray> fields = line.simplified().split(' ');
+            const QList<QByteArray> local = fields.value(1).split(':');
+            if (fields.value(3) == "0A" && local.value(1).toUInt(nullptr, 16) == port) {
+                // The address's bytes in network order, printed as a native integer.
+                return QHostAddress(qFromBigEndian(quint32(local.value(0).toUInt(nullptr, 16)))).toString();
+            }
+        }
+        return QString();
     }
 
     // Milliseconds of CPU (user + system) the program used so far.
@@ -309,6 +321,72 @@ std::map<QString, double> storedFrames(const QString& dir)
     return frames;
 }
 
+// When each frame file in a directory got its final name, to the microsecond: the file system's own
+// times are those of its last clock tick, milliseconds early.
+class FileArrivals
+{
+public:
+    explicit FileArrivals(const QString& dir)
+        : m_dir(dir)
+        , m_fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    {
+        inotify_add_watch(m_fd, QFile::encodeName(dir).constData(), IN_MOVED_TO | IN_CLOSE_WRITE);
+        m_thread = std::thread([this] { watch(); });
+    }
+    ~FileArrivals()
+    {
+        m_stop = true;
+        m_thread.join();
+        ::close(m_fd);
+    }
+
+    // Frame text -> when its file appeared, ms since the epoch.
+    std::map<QString, double> frames() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        std::map<QString, double> frames;
+        for (const auto& [name, at] : m_arrived) {
+            QFile file(m_dir + "/" + name);
+            if (file.open(QIODevice::ReadOnly)) {
+                frames[QString::fromUtf8(file.readAll().mid(kPrefix.size()))] = at;
+            }
+        }
+        return frames;
+    }
+
+private:
+    void watch()
+    {
+        alignas(inotify_event) char buffer[64 * 1024];
+        while (!m_stop) {
+            pollfd ready { m_fd, POLLIN, 0 };
+            if (::poll(&ready, 1, 50) <= 0) {
+                continue;
+            }
+            const ssize_t got = ::read(m_fd, buffer, sizeof buffer);
+            timespec now {};
+            clock_gettime(CLOCK_REALTIME, &now);
+            const double at = double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
+            std::lock_guard<std::mutex> lock(m_mutex);
+            for (ssize_t offset = 0; offset < got;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
+                const QString name = QFile::decodeName(event->len ? event->name : "");
+                if (name.endsWith(".txt")) {
+                    m_arrived.emplace(name, at);
+                }
+                offset += ssize_t(sizeof(inotify_event) + event->len);
+            }
+        }
+    }
+
+    const QString m_dir;
+    const int m_fd;
+    std::atomic<bool> m_stop { false };
+    mutable std::mutex m_mutex;
+    std::map<QString, double> m_arrived;
+    std::thread m_thread;
+};
+
 // Every stored frame text in the order of the file names, copies of one millisecond by their number.
 QStringList storedInOrder(const QString& dir)
 {
@@ -325,6 +403,14 @@ QStringList storedInOrder(const QString& dir)
     return texts;
 }
 
+// The port a listening camera chose, from its standard error.
+quint16 listeningPort(const QString& cameraLog)
+{
+    QFile err(cameraLog + ".err");
+    err.open(QIODevice::ReadOnly);
+    return quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
+}
+
 // One read's worth and more at once: the camera sends a burst of 16-byte frames as fast as it can.
 void measureBurst(ScratchProgram& program, int bytes)
 {
@@ -336,11 +422,7 @@ void measureBurst(ScratchProgram& program, int bytes)
         note("the burst camera did not listen");
         return;
     }
-    QFile err(program.path("burst-camera.log.err"));
-    err.open(QIODevice::ReadOnly);
-    const quint16 port
-        = quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
-    program.configure({ Device { 0, port, dir } });
+    program.configure({ Device { 0, listeningPort(program.path("burst-camera.log")), dir } });
     program.start();
     spinUntil([&] { return !camera.isRunning(); }, kWaitMs * 4);
     // Until every frame is there, or no file came for three seconds.
@@ -408,6 +490,32 @@ void measureStart(ScratchProgram& program, int runs)
     figure("start_ms", percentile(times, 0.5), "ms");
 }
 
+// Camera send -> file for every frame stored: median and p99 as "<name>_median_ms<suffix>" and
+// "<name>_p99_ms<suffix>".
+void reportLatency(const std::string& name,
+                   const std::string& suffix,
+                   const std::map<QString, double>& sent,
+                   const std::map<QString, double>& stored)
+{
+    std::vector<double> latencies;
+    for (const auto& [text, at] : sent) {
+        const auto found = stored.find(text);
+        if (found != stored.end()) {
+            latencies.push_back(found->second - at);
+        }
+    }
+    std::fprintf(stderr,
+                 "%s over %zu of %zu frames: median %.2f ms, p99 %.2f ms, max %.2f ms\n",
+                 name.c_str(),
+                 latencies.size(),
+                 sent.size(),
+                 percentile(latencies, 0.5),
+                 percentile(latencies, 0.99),
+                 percentile(latencies, 1.0));
+    figure(name + "_median_ms" + suffix, percentile(latencies, 0.5), "ms");
+    figure(name + "_p99_ms" + suffix, percentile(latencies, 0.99), "ms");
+}
+
 // Camera send -> frame file, one client device, frames spaced so that each one is its own read.
 void measureLatency(ScratchProgram& program, int frames)
 {
@@ -418,84 +526,179 @@ void measureLatency(ScratchProgram& program, int frames)
         note("the latency camera did not listen");
         return;
     }
-    QFile err(program.path("latency-camera.log.err"));
-    err.open(QIODevice::ReadOnly);
-    const quint16 port
-        = quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
-    program.configure({ Device { 0, port, dir } });
+    program.configure({ Device { 0, listeningPort(program.path("latency-camera.log")), dir } });
+    const FileArrivals arrivals(dir);
     program.start();
     spinUntil([&] { return !camera.isRunning(); }, frames * 100 + kWaitMs);
     spinUntil([&] { return storedFrames(dir).size() >= size_t(frames); }, 3000);
     program.stop();
 
-    const std::map<QString, double> sent = camera.sent();
-    const std::map<QString, double> stored = storedFrames(dir);
-    std::vector<double> latencies;
-    for (const auto& [text, at] : sent) {
-        const auto found = stored.find(text);
-        if (found != stored.end()) {
-            latencies.push_back(found->second - at);
-        }
-    }
-    std::fprintf(stderr,
-                 "latency over %zu of %zu frames: median %.1f ms, p99 %.1f ms, max %.1f ms\n",
-                 latencies.size(),
-                 sent.size(),
-                 percentile(latencies, 0.5),
-                 percentile(latencies, 0.99),
-                 percentile(latencies, 1.0));
-    figure(named("latency_median_ms"), percentile(latencies, 0.5), "ms");
-    figure(named("latency_p99_ms"), percentile(latencies, 0.99), "ms");
+    reportLatency("latency", g_keep ? "_kept" : "", camera.sent(), arrivals.frames());
 }
 
-// Both devices streaming at a rate for a while: frames lost and memory.
-void measureStreaming(ScratchProgram& program, int seconds, int rate)
+// socat | gawk writing one file per frame as the program does, prefix and all: the kept figures'
+// comparison. Runs until the camera closes the connection.
+QString gawkPipeline(quint16 port, const QString& dir)
 {
-    // Kept, 16-byte frames with their markers; otherwise the short ones of the first figures.
-    const QString frame1 = g_keep ? "FRAME-A-{seq}" : "A{seq}";
-    const QString frame2 = g_keep ? "FRAME-B-{seq}" : "B{seq}";
-    const QString dir1 = program.path("stream-frames-1");
-    const QString dir2 = program.path("stream-frames-2");
-    const QString frames = QString::number(seconds * rate);
-    Camera camera1(program.path("stream-camera1.log"),
-                   { "--listen", "127.0.0.1:0", "--rate", QString::number(rate), "--repeat", frames, frame1 });
-    if (!camera1.waitUntilListening()) {
-        note("camera 1 did not listen");
+    return QStringLiteral("socat -u TCP:127.0.0.1:%1 STDOUT | gawk -v RS=']' -v dir='%2' -v prefix='%3' "
+                          "'!sub(/^[^[]*\\[/, \"\") { next } "
+                          "{ f = dir \"/\" NR \".txt\"; printf \"%s%s\", prefix, $0 > f; close(f) }'")
+        .arg(port)
+        .arg(dir, QString::fromLatin1(kPrefix));
+}
+
+bool haveGawkPipeline()
+{
+    if (QStandardPaths::findExecutable("socat").isEmpty() || QStandardPaths::findExecutable("gawk").isEmpty()) {
+        note("socat or gawk missing; no comparison");
+        return false;
+    }
+    return true;
+}
+
+// The same latency run through socat | gawk.
+void measureGawkLatency(ScratchProgram& program, int frames)
+{
+    if (!haveGawkPipeline()) {
         return;
     }
-    QFile err(program.path("stream-camera1.log.err"));
-    err.open(QIODevice::ReadOnly);
-    const quint16 port1
-        = quint16(QRegularExpression(":(\\d+)").match(QString::fromUtf8(err.readAll())).captured(1).toUInt());
-    const quint16 port2 = freePort();
-    program.configure({ Device { 0, port1, dir1 }, Device { 1, port2, dir2, "#", "$" } });
-    program.start();
-    if (!spinUntil([&] { return !program.serverAddress().isEmpty(); }, kWaitMs)) {
-        note("device 2 did not show its address");
+    const QString dir = program.path("gawk-latency-frames");
+    QDir().mkpath(dir);
+    const QString log = program.path("gawk-latency-camera.log");
+    Camera camera(log, { "--listen", "127.0.0.1:0", "--rate", "20", "--repeat", QString::number(frames), "LAT{seq}" });
+    if (!camera.waitUntilListening()) {
+        note("the latency camera did not listen");
         return;
     }
-    const QString address = program.serverAddress();
-    Camera camera2(program.path("stream-camera2.log"),
-                   { "--connect",
-                     QStringLiteral("%1:%2").arg(address).arg(port2),
-                     "--reconnect",
-                     "--interval",
-                     "100",
-                     "--start",
-                     "#",
-                     "--end",
-                     "$",
-                     "--rate",
-                     QString::number(rate),
-                     "--repeat",
+    const FileArrivals arrivals(dir);
+    QProcess pipeline;
+    pipeline.start("sh", { "-c", gawkPipeline(listeningPort(log), dir) });
+    pipeline.waitForFinished(frames * 100 + kWaitMs);
+    reportLatency("gawk_latency", "", camera.sent(), arrivals.frames());
+}
+
+// A burst with every frame kept into a tmpfs directory, by the program and then by socat | gawk
+// from the same camera: frames a second from the first frame sent to the last file written.
+void measureThroughput(ScratchProgram& program, int frames)
+{
+    QTemporaryDir tmpfs(QStringLiteral("/dev/shm/tapwright-bench-XXXXXX"));
+    if (!tmpfs.isValid() || !haveGawkPipeline()) {
+        note("no tmpfs at /dev/shm or no socat | gawk; no throughput figures");
+        return;
+    }
+    double rate[2] = { 0, 0 };
+    for (const bool gawk : { false, true }) {
+        const QString dir = tmpfs.filePath(gawk ? "gawk" : "program");
+        QDir().mkpath(dir);
+        const QString log = program.path(gawk ? "throughput-gawk-camera.log" : "throughput-camera.log");
+        Camera camera(
+            log, { "--listen", "127.0.0.1:0", "--rate", "0", "--repeat", QString::number(frames), "FRAME-T-{seq}" });
+        if (!camera.waitUntilListening()) {
+            note("the throughput camera did not listen");
+            return;
+        }
+        if (gawk) {
+            QProcess pipeline;
+            pipeline.start("sh", { "-c", gawkPipeline(listeningPort(log), dir) });
+            pipeline.waitForFinished(kWaitMs * 4);
+        } else {
+            program.configure({ Device { 0, listeningPort(log), dir } });
+            program.start();
+            // Listing the directory costs the writer; a look every quarter second is enough.
+            QElapsedTimer looked;
+            looked.start();
+            spinUntil(
+                [&] {
+                    if (looked.elapsed() < 250) {
+                        return false;
+                    }
+                    looked.restart();
+                    return QDir(dir).entryList({ "*.txt" }, QDir::Files).size() >= frames;
+                },
+                kWaitMs * 4);
+            program.stop();
+        }
+        const std::map<QString, double> sent = camera.sent();
+        const std::map<QString, double> stored = storedFrames(dir);
+        int lost = 0;
+        double first = 0;
+        double last = 0;
+        for (const auto& [text, at] : sent) {
+            const auto found = stored.find(text);
+            lost += found == stored.end() ? 1 : 0;
+            first = first == 0 ? at : std::min(first, at);
+            last = found == stored.end() ? last : std::max(last, found->second);
+        }
+        rate[gawk] = last > first ? 1000.0 * double(stored.size()) / (last - first) : 0;
+        std::fprintf(stderr,
+                     "burst of %d frames to tmpfs, %s: %d lost, %.0f frames/s\n",
                      frames,
-                     frame2 });
+                     gawk ? "socat | gawk" : "the program",
+                     lost,
+                     rate[gawk]);
+        figure(gawk ? "gawk_throughput_lost" : "throughput_lost_kept", lost, "frames");
+    }
+    figure("throughput_frames_per_s_kept", rate[0], "frames/s");
+    figure("gawk_throughput_frames_per_s", rate[1], "frames/s");
+    figure("throughput_ratio_kept", rate[1] > 0 ? rate[0] / rate[1] : 0, "");
+}
+
+// Devices streaming at a rate for a while: frames lost and memory. The second device is a server
+// its camera connects to; the others are clients of cameras that listen.
+void measureStreaming(ScratchProgram& program, int deviceCount, int seconds, int rate)
+{
+    const QString frames = QString::number(seconds * rate);
+    std::vector<std::unique_ptr<Camera>> cameras(static_cast<size_t>(deviceCount));
+    QList<Device> devices;
+    QStringList dirs;
+    for (int i = 0; i < deviceCount; ++i) {
+        // Kept, 16-byte frames with their markers; otherwise the short ones of the first figures.
+        const QString letter(QChar('A' + i));
+        const QString frame = g_keep ? "FRAME-" + letter + "-{seq}" : letter + "{seq}";
+        dirs << program.path(QStringLiteral("stream-frames-%1").arg(i + 1));
+        const QString log = program.path(QStringLiteral("stream-camera%1.log").arg(i + 1));
+        if (i == 1) {
+            devices << Device { 1, freePort(), dirs.last(), "#", "$" };
+            continue;
+        }
+        cameras[size_t(i)] = std::make_unique<Camera>(
+            log, QStringList { "--listen", "127.0.0.1:0", "--rate", QString::number(rate), "--repeat", frames, frame });
+        if (!cameras[size_t(i)]->waitUntilListening()) {
+            note(QStringLiteral("camera %1 did not listen").arg(i + 1));
+            return;
+        }
+        devices << Device { 0, listeningPort(log), dirs.last() };
+    }
+    program.configure(devices);
+    program.start();
+    if (!spinUntil([&] { return !ScratchProgram::listeningAddress(devices[1].port).isEmpty(); }, kWaitMs)) {
+        note("device 2 did not listen");
+        program.stop();
+        return;
+    }
+    cameras[1] = std::make_unique<Camera>(
+        program.path("stream-camera2.log"),
+        QStringList {
+            "--connect",
+            QStringLiteral("%1:%2").arg(ScratchProgram::listeningAddress(devices[1].port)).arg(devices[1].port),
+            "--reconnect",
+            "--interval",
+            "100",
+            "--start",
+            "#",
+            "--end",
+            "$",
+            "--rate",
+            QString::number(rate),
+            "--repeat",
+            frames,
+            g_keep ? "FRAME-B-{seq}" : "B{seq}" });
 
     double peakRss = 0;
     spinUntil(
         [&] {
             peakRss = std::max(peakRss, program.memoryMb("VmRSS:"));
-            return !camera1.isRunning() && !camera2.isRunning();
+            return std::none_of(cameras.begin(), cameras.end(), [](const auto& camera) { return camera->isRunning(); });
         },
         seconds * 1000 * 2 + kWaitMs);
     peakRss = std::max(peakRss, program.memoryMb("VmHWM:"));
@@ -507,27 +710,23 @@ void measureStreaming(ScratchProgram& program, int seconds, int rate)
     int sentTotal = 0;
     int duplicated = 0;
     int outOfOrder = 0;
-    for (const auto& [camera, dir] : { std::make_pair(&camera1, dir1), std::make_pair(&camera2, dir2) }) {
-        const std::map<QString, double> sent = camera->sent();
-        const std::map<QString, double> stored = storedFrames(dir);
+    for (int i = 0; i < deviceCount; ++i) {
+        const std::map<QString, double> sent = cameras[size_t(i)]->sent();
+        const std::map<QString, double> stored = storedFrames(dirs[i]);
         int missing = 0;
         for (const auto& entry : sent) {
             missing += stored.count(entry.first) ? 0 : 1;
         }
-        const QStringList inOrder = storedInOrder(dir);
+        const QStringList inOrder = storedInOrder(dirs[i]);
         duplicated += inOrder.size() - int(stored.size());
-        for (int i = 1; i < inOrder.size(); ++i) {
-            outOfOrder += inOrder[i].right(6).toInt() <= inOrder[i - 1].right(6).toInt() ? 1 : 0;
+        for (int f = 1; f < inOrder.size(); ++f) {
+            outOfOrder += inOrder[f].right(6).toInt() <= inOrder[f - 1].right(6).toInt() ? 1 : 0;
         }
-        std::fprintf(stderr,
-                     "device with frames in %s: %zu sent, %zu stored, %d lost\n",
-                     qPrintable(QFileInfo(dir).fileName()),
-                     sent.size(),
-                     stored.size(),
-                     missing);
+        std::fprintf(stderr, "device %d: %zu sent, %zu stored, %d lost\n", i + 1, sent.size(), stored.size(), missing);
         lost += missing;
         sentTotal += int(sent.size());
     }
+    figure(named("stream_devices"), deviceCount, "devices");
     figure(named("stream_frames_sent"), sentTotal, "frames");
     figure(named("stream_frames_lost"), lost, "frames");
     figure(named("stream_frames_duplicated"), duplicated, "frames");
@@ -535,8 +734,8 @@ void measureStreaming(ScratchProgram& program, int seconds, int rate)
     figure(named("peak_rss_mb"), peakRss, "MB");
 }
 
-// Two open devices with nothing to say: a client connected to a silent camera, a server waiting.
-void measureIdle(ScratchProgram& program, int seconds)
+// Open devices with nothing to say: clients connected to a silent camera, the second a server waiting.
+void measureIdle(ScratchProgram& program, int deviceCount, int seconds)
 {
     QTcpServer silentCamera;
     silentCamera.listen(QHostAddress::LocalHost);
@@ -546,10 +745,14 @@ void measureIdle(ScratchProgram& program, int seconds)
             held.append(socket);
         }
     });
-    program.configure({ Device { 0, silentCamera.serverPort(), program.path("idle-frames-1") },
-                        Device { 1, freePort(), program.path("idle-frames-2") } });
+    QList<Device> devices;
+    for (int i = 0; i < deviceCount; ++i) {
+        const QString dir = program.path(QStringLiteral("idle-frames-%1").arg(i + 1));
+        devices << (i == 1 ? Device { 1, freePort(), dir } : Device { 0, silentCamera.serverPort(), dir });
+    }
+    program.configure(devices);
     program.start();
-    spinUntil([&] { return !held.isEmpty(); }, kWaitMs);
+    spinUntil([&] { return held.size() == deviceCount - 1; }, kWaitMs);
     spin(2000);
     const double before = program.cpuMs();
     QElapsedTimer wall;
@@ -560,6 +763,7 @@ void measureIdle(ScratchProgram& program, int seconds)
     const double rss = program.memoryMb("VmRSS:");
     program.stop();
     std::fprintf(stderr, "idle: %.0f ms of CPU in %.1f s\n", used, double(wall.elapsed()) / 1000.0);
+    figure(named("idle_devices"), deviceCount, "devices");
     figure(named("idle_cpu_percent"), percent, "% of a core");
     figure(named("idle_rss_mb"), rss, "MB");
     if (g_keep) {
@@ -571,7 +775,7 @@ void measureIdle(ScratchProgram& program, int seconds)
     // no OpenGL; the same idle program without it shows what that costs.
     held.clear();
     program.start({ "QT_XCB_GL_INTEGRATION=none" });
-    spinUntil([&] { return !held.isEmpty(); }, kWaitMs);
+    spinUntil([&] { return held.size() == deviceCount - 1; }, kWaitMs);
     spin(2000);
     figure("idle_rss_without_gl_mb", program.memoryMb("VmRSS:"), "MB");
     program.stop();
@@ -660,6 +864,8 @@ int main(int argc, char* argv[])
         { "stream-seconds", "Length of the two-device streaming run (default 60).", "s", "60" },
         { "rate", "Frames per second per device in that run (default 100).", "n", "100" },
         { "kept-rate", "The same, with every frame kept (default 1000).", "n", "1000" },
+        { "kept-devices", "Devices streaming, then idle, with every frame kept (default 8).", "n", "8" },
+        { "throughput-frames", "Frames of the burst for the throughput figures (default 50000).", "n", "50000" },
         { "idle-seconds", "Length of the idle measurement (default 30).", "s", "30" },
         { "latency-frames", "Frames for the latency measurement (default 200).", "n", "200" },
         { "typing-characters", "Characters for the socat | xdotool comparison (default 2000).", "n", "2000" },
@@ -675,14 +881,19 @@ int main(int argc, char* argv[])
     std::printf("bench_e2e: program %s, display %s\n", qPrintable(binDir), qgetenv("DISPLAY").constData());
     measureStart(program, 5);
     measureLatency(program, parser.value("latency-frames").toInt());
-    measureStreaming(program, parser.value("stream-seconds").toInt(), parser.value("rate").toInt());
-    measureIdle(program, parser.value("idle-seconds").toInt());
+    measureStreaming(program, 2, parser.value("stream-seconds").toInt(), parser.value("rate").toInt());
+    measureIdle(program, 2, parser.value("idle-seconds").toInt());
     measureSocatXdotool(program.path(""), parser.value("typing-characters").toInt());
 
     g_keep = true;
     measureLatency(program, parser.value("latency-frames").toInt());
+    measureGawkLatency(program, parser.value("latency-frames").toInt());
     measureBurst(program, 1024 * 1024);
-    measureStreaming(program, parser.value("stream-seconds").toInt(), parser.value("kept-rate").toInt());
-    measureIdle(program, parser.value("idle-seconds").toInt());
+    measureThroughput(program, parser.value("throughput-frames").toInt());
+    measureStreaming(program,
+                     parser.value("kept-devices").toInt(),
+                     parser.value("stream-seconds").toInt(),
+                     parser.value("kept-rate").toInt());
+    measureIdle(program, parser.value("kept-devices").toInt(), parser.value("idle-seconds").toInt());
     return 0;
 }

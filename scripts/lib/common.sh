@@ -6,7 +6,7 @@ TAPWRIGHT_PACKAGES=(
     qtbase5-dev qttools5-dev qttools5-dev-tools qttranslations5-l10n
     libasio-dev libxtst-dev libxi-dev x11-xkb-utils
     fonts-wqy-microhei
-    xvfb xauth xdotool x11-utils socat iproute2
+    xvfb xauth xdotool x11-utils socat gawk iproute2
     dpkg-dev mount # cpack's dependency list; the read-only mount of the package test
 )
 # What scripts/package needs beyond the list above.

@@ -19,7 +19,8 @@ In frames, --start and --end these escapes are understood: \r \n \t \0 \\ \xHH.
 The text {seq} in a frame becomes the running frame number, six digits wide, so
 that --repeat 0 "PKG{seq}" gives an endless stream of distinct frames.
 
-Standard output gets one line per frame sent: <number> <Unix time in ms> <bytes>.
+Standard output gets one line per frame sent: <number> <Unix time in ms, to the
+microsecond> <bytes>.
 Connection news and errors go to standard error.
 
 The camera stops when all passes are sent, or on SIGINT/SIGTERM (exit code 0).
