@@ -3,8 +3,7 @@
 #include "FileProbe.h"
 #include "Logger.h"
 
-#include <QDeadlineTimer>
-#include <QThread>
+#include <QTest>
 
 namespace {
 
@@ -17,10 +16,7 @@ qint64 logOffset = 0;
 bool ScratchWorker::push(const QByteArray& bytes)
 {
     thread.pushData(bytes.constData(), bytes.size());
-    const QDeadlineTimer deadline(15000);
-    while (thread.pendingBytes() > 0 && !deadline.hasExpired())
-        QThread::msleep(1);
-    return thread.pendingBytes() == 0;
+    return QTest::qWaitFor([this] { return thread.pendingBytes() == 0; }, 15000);
 }
 
 QByteArrayList ScratchWorker::frames(const QString& dir) const
