@@ -4,7 +4,7 @@ TAPWRIGHT_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 TAPWRIGHT_PACKAGES=(
     cmake g++ make
     qtbase5-dev qttools5-dev qttools5-dev-tools qttranslations5-l10n
-    libasio-dev libxtst-dev libxi-dev x11-xkb-utils
+    libasio-dev libgtest-dev libxtst-dev libxi-dev x11-xkb-utils
     fonts-wqy-microhei
     xvfb xauth xdotool x11-utils socat gawk iproute2
     dpkg-dev mount # cpack's dependency list; the read-only mount of the package test

@@ -1,5 +1,7 @@
 #include "SocketWriter.h"
 
+#include "IoRuntime.h"
+
 #include <utility>
 
 namespace Velko {
@@ -11,7 +13,10 @@ SocketWriter::SocketWriter(Strand strand, asio::ip::tcp::socket& socket)
 {
 }
 
-int SocketWriter::send(const std::shared_ptr<void>& owner, const void* data, std::uint32_t size)
+int SocketWriter::send(const std::shared_ptr<void>& owner,
+                       const IoRuntime& runtime,
+                       const void* data,
+                       std::uint32_t size)
 {
     auto job = std::make_shared<Job>();
     const auto* bytes = static_cast<const std::uint8_t*>(data);
@@ -22,13 +27,29 @@ int SocketWriter::send(const std::shared_ptr<void>& owner, const void* data, std
         enqueue(owner, job);
         return m_stopped ? -1 : 0;
     }
-    asio::post(m_strand, [this, owner, job] { enqueue(owner, job); });
-    if (done.wait_for(kWriteLimit) != std::future_status::ready) {
-        asio::post(m_strand, [this, owner] {
-            asio::error_code ignored;
-            m_socket.close(ignored);
-        });
-        return -1;
+    // Posted while finalize() takes the runtime down, a handler may never run. So it holds the owner
+    // weakly, or it would keep the socket and the runtime alive for good (the caller holds it
+    // meanwhile), and the wait ends once the runtime has stopped.
+    const std::weak_ptr<void> weakOwner = owner;
+    asio::post(m_strand, [this, weakOwner, job] {
+        if (const std::shared_ptr<void> alive = weakOwner.lock()) {
+            enqueue(alive, job);
+        }
+    });
+    const auto deadline = std::chrono::steady_clock::now() + kWriteLimit;
+    while (done.wait_for(kStopCheck) != std::future_status::ready) {
+        if (runtime.isStopped()) {
+            return -1;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            asio::post(m_strand, [this, weakOwner] {
+                if (weakOwner.lock()) {
+                    asio::error_code ignored;
+                    m_socket.close(ignored);
+                }
+            });
+            return -1;
+        }
     }
     return job->written.load() ? 0 : -1;
 }

@@ -14,6 +14,8 @@ namespace Wirelet {
 
 using Strand = asio::strand<asio::io_context::executor_type>;
 
+class IoRuntime;
+
 // The writes of one socket, one async_write at a time in the order they were asked for.
 // Everything but send() runs on the socket's strand.
 class SocketWriter
@@ -21,12 +23,15 @@ class SocketWriter
 public:
     // A peer that takes no bytes for this long is treated as gone.
     static constexpr std::chrono::seconds kWriteLimit { 5 };
+    // How often a waiting send() looks whether finalize() has stopped the runtime.
+    static constexpr std::chrono::milliseconds kStopCheck { 20 };
 
     SocketWriter(Strand strand, asio::ip::tcp::socket& socket);
 
-    // Waits until every byte is written; owner keeps the socket alive for the handlers. From the
-    // socket's own strand the bytes are queued only, since waiting there would wait for itself.
-    int send(const std::shared_ptr<void>& owner, const void* data, std::uint32_t size);
+    // Waits until every byte is written or the runtime has stopped; owner keeps the socket alive for
+    // the handlers. From the socket's own strand the bytes are queued only, since waiting there
+    // would wait for itself.
+    int send(const std::shared_ptr<void>& owner, const IoRuntime& runtime, const void* data, std::uint32_t size);
 
     // The connection ended: fail what is queued and take nothing more until restart().
     void stop();

@@ -110,7 +110,7 @@ int TcpClientConnection::send(const void* data, std::uint32_t size)
     if (m_closed.load() || !m_connected.load() || m_runtime->isStopped()) {
         return -1;
     }
-    return m_writer.send(shared_from_this(), data, size);
+    return m_writer.send(shared_from_this(), *m_runtime, data, size);
 }
 
 TSharedPtr<CInetAddress> TcpClientConnection::remoteAddress() const
@@ -168,13 +168,16 @@ void TcpClientConnection::attemptFinished(const asio::error_code& error, unsigne
         }
         return;
     }
-    if (!settleFirstAttempt(FirstOutcome::Connected)) {
-        closeSocket();
-        return;
-    }
+    // Ready to send before connect() hears of it: its caller may send as soon as it returns.
     enableKeepAlive(m_socket);
     m_writer.restart();
     m_connected.store(true);
+    if (!settleFirstAttempt(FirstOutcome::Connected)) {
+        m_connected.store(false);
+        m_writer.stop();
+        closeSocket();
+        return;
+    }
     deliver([](ISessionClientSink& sink, TSharedPtr<ISessionClient>& session) { sink.onConnected(session); });
     readNext();
 }

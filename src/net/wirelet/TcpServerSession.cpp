@@ -44,7 +44,7 @@ int TcpServerSession::send(const void* data, std::uint32_t size)
     if (m_ended.load() || m_runtime->isStopped()) {
         return -1;
     }
-    return m_writer.send(shared_from_this(), data, size);
+    return m_writer.send(shared_from_this(), *m_runtime, data, size);
 }
 
 void TcpServerSession::start()
