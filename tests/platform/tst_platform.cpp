@@ -94,9 +94,9 @@ private slots:
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<QString>("program");
         const QByteArray main = "[Desktop Entry]\nName=x\nExec=/tw\n";
-        QTest::newRow("comment, other group first, escapes, arguments, first Exec wins")
-            << QByteArray("# x\n[A]\nExec=/no\n[Desktop Entry]\nExec = \"/a\\\\\\\\b/t\\sw\" -x %U\nExec=/2\n")
-            << "/a\\b/t w";
+        QTest::newRow("comment, other group first, escapes, arguments, first Exec wins, other keys") << QByteArray(
+            "# x\n[A]\nExec=/no\n[Desktop Entry]\nExec = \"/a\\\\\\\\b/t\\sw\" -x %U\nTerminal=true\nExec=/2\n")
+                                                                                                     << "/a\\b/t w";
         // Switched off by the desktop: absent.
         QTest::newRow("hidden") << main + "Hidden=true\n" << QString();
         QTest::newRow("off in GNOME") << main + "X-GNOME-Autostart-enabled=false\n" << QString();
@@ -108,6 +108,25 @@ private slots:
         QFETCH(QString, program);
         QVERIFY(TestProgramDir::writeFile(m_autostart + "/tapwright.desktop", text));
         QCOMPARE(XdgAutostartStore().value("tapwright"), program);
+    }
+
+    // The keys the chord names press.
+    void virtualKeysHaveTheirKeysyms_data()
+    {
+        QTest::addColumn<int>("virtualKey");
+        QTest::addColumn<QByteArray>("keysym");
+        const std::pair<int, const char*> keys[]
+            = { { 9, "Tab" }, { 16, "Shift_L" }, { 17, "Control_L" }, { 18, "Alt_L" }, { 37, "Left" },
+                { 38, "Up" }, { 39, "Right" },   { 40, "Down" },      { 41, "" } };
+        for (const auto& [virtualKey, keysym] : keys)
+            QTest::addRow("%d", virtualKey) << virtualKey << QByteArray(keysym);
+    }
+
+    void virtualKeysHaveTheirKeysyms()
+    {
+        QFETCH(int, virtualKey);
+        QFETCH(QByteArray, keysym);
+        QCOMPARE(QByteArray(XKeysymToString(XTestKeyInjector::keysymForVirtualKey(virtualKey))), keysym);
     }
 
     // A program directory that can be written keeps everything, as ever; one that cannot sends the
