@@ -97,6 +97,8 @@ private slots:
         QTest::newRow("comment, other group first, escapes, arguments, first Exec wins, other keys") << QByteArray(
             "# x\n[A]\nExec=/no\n[Desktop Entry]\nExec = \"/a\\\\\\\\b/t\\sw\" -x %U\nTerminal=true\nExec=/2\n")
                                                                                                      << "/a\\b/t w";
+        QTest::newRow("a key set to false before the switches")
+            << QByteArray("[Desktop Entry]\nTerminal=false\nExec=/tw\n") << "/tw";
         // Switched off by the desktop: absent.
         QTest::newRow("hidden") << main + "Hidden=true\n" << QString();
         QTest::newRow("off in GNOME") << main + "X-GNOME-Autostart-enabled=false\n" << QString();
