@@ -178,10 +178,12 @@ private slots:
         edit.show();
         edit.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&edit));
-        // The user holds Shift, has Caps Lock on and the second layout chosen: all are let go for the job only.
+        // The user holds Shift, has Caps Lock on, Ctrl latched and the second layout chosen: all are let go
+        // for the job only.
         XTestFakeKeyEvent(m_probe, XKeysymToKeycode(m_probe, XStringToKeysym("Shift_L")), True, CurrentTime);
         XkbLockModifiers(m_probe, XkbUseCoreKbd, LockMask, LockMask);
         XkbLockGroup(m_probe, XkbUseCoreKbd, 1);
+        XkbLatchModifiers(m_probe, XkbUseCoreKbd, ControlMask, ControlMask); // sticky keys: Ctrl pressed once
         XSync(m_probe, False);
 
         // Printable ASCII and Latin-1: more characters beyond the map than there are spare keycodes.
@@ -195,9 +197,11 @@ private slots:
         XkbGetState(m_probe, XkbUseCoreKbd, &s);
         char keys[32];
         XQueryKeymap(m_probe, keys);
-        // Shift, Caps Lock and the layout are back, and nothing but Shift is down.
-        QCOMPARE(QVector<int>({ s.base_mods, s.locked_mods, s.locked_group, QByteArray(keys, 32).count('\0') }),
-                 QVector<int>({ ShiftMask, LockMask, 1, 31 }));
+        // Shift, Caps Lock, the latched Ctrl and the layout are back, and nothing but Shift is down.
+        QCOMPARE(QVector<int>(
+                     { s.base_mods, s.locked_mods, s.latched_mods, s.locked_group, QByteArray(keys, 32).count('\0') }),
+                 QVector<int>({ ShiftMask, LockMask, ControlMask, 1, 31 }));
+        XkbLatchModifiers(m_probe, XkbUseCoreKbd, ControlMask, 0);
         // Every spare keycode lent out is free again: the map is the layout's own.
         const QByteArray map = keymap();
         QCOMPARE(QProcess::execute("setxkbmap", { "de,us" }), 0);
