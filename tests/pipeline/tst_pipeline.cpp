@@ -149,6 +149,8 @@ private slots:
         QTest::newRow("two-character markers")
             << QString("<<") << QString(">>") << Steps { { "<<A>>" }, { "<<Z>" }, { ">" } }
             << QStringList { "<A", "<Z" } << QStringList { "A", "Z" } << QStringList();
+        QTest::newRow("start cut behind a stray end") << QString("##") << QString("$") << Steps { { "A$#" }, { "#B$" } }
+                                                      << QStringList { "#B" } << QStringList { "B" } << QStringList();
         row("zero byte", { { QByteArray("#A\0B$", 5) }, { "C$" } }, { "AC" }, { QString::fromUtf8("A\0B", 3) });
         row("UTF-8 cut by the chunk",
             { { "#" + padding.toLatin1() + "\xC3" }, { "\xA9$" } },
