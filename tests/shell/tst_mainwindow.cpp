@@ -235,9 +235,11 @@ private slots:
         const quint16 port = FakeCamera::freePort();
         QJsonObject dev = TestProgramDir::clientDevice(1, port, frames.path());
         dev.insert("WaitForCamera", 1);
-        QVERIFY(TestProgramDir::writeFile("TCPconfig.json", "{\"page_Device1\": " + QJsonDocument(dev).toJson() + "}"));
+        const QByteArray devices = "{\"page_Device3\": {}, \"page_Device1\": " + QJsonDocument(dev).toJson() + "}";
+        QVERIFY(TestProgramDir::writeFile("TCPconfig.json", devices));
         QVERIFY(openWindow());
         QVERIFY(QFile::remove("TCPconfig.json"));
+        QCOMPARE(m_win->findChild<QComboBox*>("comboBox_Device")->itemText(2), QString("Device3"));
         // A language change while the device waits keeps the button that ends the wait, and the amber
         // lamp (hue 30-59) that says why.
         auto* lamp = page(1)->findChild<QLabel*>("label_TCP");
@@ -256,14 +258,14 @@ private slots:
         QCOMPARE(lamp->toolTip(), QString());
         m_win->findChild<QComboBox*>("comboBox_Device")->setCurrentIndex(1);
         m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(1);
-        const QStringList chinese { "取消",     "0",          "设备1",    "连接",     "TCP 客户端",
-                                    "断开连接", "TCP 客户端", "清除数据", "Tapwright" };
+        const QStringList chinese { "取消",       "0",        "设备1",      "连接",     "TCP 客户端", "连接",
+                                    "TCP 客户端", "断开连接", "TCP 客户端", "清除数据", "Tapwright" };
         QCOMPARE(texts(), chinese);
         camera.send("[after]");
         QTRY_COMPARE(m_win->findChild<QTextEdit*>("textEdit")->toPlainText(), QStringLiteral("[after]"));
         m_win->findChild<QComboBox*>("languageBox")->setCurrentIndex(0);
-        const QStringList english { "Cancel",     "1",          "Device1",    "Connect",  "TCP Client",
-                                    "Disconnect", "TCP Client", "Clear data", "Tapwright" };
+        const QStringList english { "Cancel",     "1",          "Device1",    "Connect",    "TCP Client", "Connect",
+                                    "TCP Client", "Disconnect", "TCP Client", "Clear data", "Tapwright" };
         QCOMPARE(texts(), english);
 
         auto* bar = m_win->findChild<ToolBar*>();
