@@ -288,7 +288,7 @@ private:
         return QTest::qWaitForWindowExposed(m_win.data());
     }
     TCPSettingWidget* page(int n) const { return m_win->findChild<TCPSettingWidget*>(QString("page_Device%1").arg(n)); }
-    // What the language shows: Qt's own texts, the language recorded, the window's and both pages' texts.
+    // What the language shows: Qt's own texts, the language recorded, the window's and every page's texts.
     QStringList texts() const
     {
         const QString ini = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/" + qAppName();
