@@ -214,10 +214,12 @@ private slots:
 
         // Without a window it serves the device of the same settings, with the traces the user asks for.
         camera.greetWith("[PKG-2]");
+        QVERIFY(TestProgramDir::writeFile(config + "/Conf/language.ini", "[language]\nlang=0")); // in Chinese
         start(headless, "", QStringList { "env", "QT_LOGGING_RULES=default.debug=true;default.info=true" } + command);
         QTRY_COMPARE(FileProbe::textFiles(home.path()).size(), 2);
         headless.terminate();
         QVERIFY(headless.waitForFinished(15000) && headless.exitCode() == 0);
+        QVERIFY(QString::fromUtf8(headless.readAllStandardOutput()).contains("本设备已成功连接到相机"));
         QVERIFY(
             QString(headless.readAllStandardError()).contains(QRegularExpression("onReceive data size: 7\n(?!\n)")));
         const QString place = "[INFO] Settings in %1, logs in %2: the program directory %3 cannot be written.";
@@ -232,6 +234,8 @@ private slots:
         FakeSystemTray panel;
         QProcess first, second;
         const QString window = start(first, "^Tapwright$");
+        // Known to the desktop as its menu entry, whatever name it was started under.
+        QCOMPARE(xtool("-id " + window + " WM_CLASS", "xprop"), "WM_CLASS(STRING) = \"tapwright\", \"tapwright\"\n");
         const auto shown = [&first] { return xtool(kShown.arg(first.processId())).section('\n', 0, 0); };
         // A utility window, with no task bar entry, while in the tray.
         const auto type = [&shown] { return xtool("-id " + shown() + " _NET_WM_WINDOW_TYPE", "xprop"); };
