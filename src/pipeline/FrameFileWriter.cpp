@@ -309,7 +309,8 @@ bool FrameFileWriter::drain(Clock::time_point deadline)
     QDir().mkpath(m_dir);
     const OpenDirectory dir(m_dirName);
     while (!m_waiting.empty()) {
-        if (!store(dir.fd(), m_waiting.front(), m_copies)) {
+        // A directory that could not be opened keeps the open's errno as the reason.
+        if (dir.fd() < 0 || !store(dir.fd(), m_waiting.front(), m_copies)) {
             m_error = errno;
             m_nextTry = Clock::now() + std::chrono::milliseconds(kRetryMs);
             return false;

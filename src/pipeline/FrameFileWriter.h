@@ -75,8 +75,8 @@ private:
     // with Copies of their own.
     bool store(int dir, const Frame& frame, Copies& copies) const;
     Stored storeRun(int dir, const std::vector<Frame>& frames, size_t from, size_t to, Copies& copies) const;
-    // Stores in order up to the first failure; a long batch is split between two threads at a change
-    // of millisecond, so each millisecond's copies are still numbered in order by one of them.
+    // Stores in order up to the first failure; a long batch is split in half between two threads, the
+    // second numbering the copies of a millisecond cut in two on from where the first's end.
     void storeBatch(std::vector<Frame>& frames);
     // Writes waiting frames in order until none wait, one fails or the deadline passes.
     bool drain(Clock::time_point deadline);
