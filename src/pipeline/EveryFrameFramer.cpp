@@ -1,12 +1,13 @@
 #include "EveryFrameFramer.h"
 
-#include <QTextCodec>
+#include "Utf8Decoder.h"
+
 #include <algorithm>
 
 EveryFrameFramer::EveryFrameFramer(const QString& start, const QString& end)
     : m_start(start)
     , m_end(end)
-    , m_decoder(QTextCodec::codecForName("UTF-8")->makeDecoder())
+    , m_decoder(makeUtf8Decoder())
 {
 }
 

@@ -1,7 +1,8 @@
 #include "KeyPlan.h"
 
+#include "Utf8Decoder.h"
+
 #include <QStringList>
-#include <QTextCodec>
 #include <algorithm>
 #include <utility>
 
@@ -12,7 +13,7 @@ const QMap<QString, int> KeyPlan::keyNames = {
 
 KeyPlan::KeyPlan(Encoding encoding)
     : m_encoding(encoding)
-    , m_decoder(QTextCodec::codecForName("UTF-8")->makeDecoder())
+    , m_decoder(makeUtf8Decoder())
 {
 }
 
