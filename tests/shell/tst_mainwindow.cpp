@@ -85,6 +85,7 @@ private slots:
         XdgAutostartStore().setValue(name, "/old place/" + name); // left by a copy elsewhere
         QVERIFY(TestProgramDir::writeFile("Conf/language.ini", "[language]\nlang=0"));
         QVERIFY(openWindow());
+        QCOMPARE(m_win->findChild<QComboBox*>("languageBox")->currentIndex(), 1); // Chinese, as stored
         auto* autostart = m_win->findChild<QCheckBox*>("checkBox_autoApp");
         QVERIFY(autostart->isChecked());
         QCOMPARE(XdgAutostartStore().value(name), me);
@@ -130,14 +131,16 @@ private slots:
         QTest::mouseClick(remove, Qt::LeftButton);
         QCOMPARE(log->document()->lastBlock().text(), QString("设备16 已打开：请先关闭再删除。"));
         QTest::mouseClick(page(16)->findChild<QToolButton*>("openTcpBtn"), Qt::LeftButton);
-        QString asked;
-        QTimer::singleShot(0, [&asked] {
+        QString asked, yes;
+        QTimer::singleShot(0, [&asked, &yes] {
             auto* question = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
             asked = question->text();
+            yes = question->button(QMessageBox::Yes)->text();
             question->button(QMessageBox::Yes)->click();
         });
         QTest::mouseClick(remove, Qt::LeftButton);
         QCOMPARE(asked, QString("删除设备16及其设置？"));
+        QCOMPARE(yes, QString("是(&Y)")); // Qt's own texts in Chinese too
         QCOMPARE(box->currentText(), QString("设备15"));
     }
 
@@ -261,6 +264,8 @@ private slots:
         QTest::mouseClick(bar->findChild<QToolButton*>("maxBtn"), Qt::LeftButton);
         QVERIFY(!m_win->isMaximized());
         QTRY_VERIFY(m_win->findChild<QMenu*>());
+        m_win->findChild<QMenu*>()->actions().first()->trigger(); // the tray's "Maximize"
+        QVERIFY(m_win->isMaximized());
         m_win->findChild<QMenu*>()->actions().last()->trigger();
         QVERIFY(QFile::remove("TCPconfig.json")); // saved at the quit
     }
