@@ -275,8 +275,9 @@ void Device::moveToNetworkAddress()
 
 void Device::onDeviceData(const char* data, int len)
 {
-    emit received(QString::fromUtf8(data));
+    // The worker first: the file should not wait for the display.
     m_dataThread->pushData(data, len);
+    emit received(QString::fromUtf8(data));
 }
 
 int Device::deviceDataCallback(const char* data, int len, void* context)
