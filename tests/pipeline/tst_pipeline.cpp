@@ -9,7 +9,6 @@
 #include "ScratchWorker.h"
 #include "TestProgramDir.h"
 #include "Unshared.h"
-#include "XTestKeyInjector.h"
 
 #include <QtTest>
 #include <dlfcn.h>
@@ -129,7 +128,6 @@ private slots:
                   QTest::newRow(name) << QString("#") << QString("$") << steps << chunked << kept << dropped;
               };
         const QString forty(40, 'k'), k31(31, 'k'), padding(126, 'a');
-        row("one chunk", { { "#ABC$" } }, { "ABC" }, { "ABC" });
         row("completed by the next chunk", { { "#ABC$#DE" }, { "F$" } }, { "ABC", "DEF" }, { "ABC", "DEF" });
         row("text before the start", { { "ZZ#AB" }, { "D$" } }, { "ABD" }, { "ABD" });
         row("stray end", { { "ABC$XY" }, { "#D$" } }, { "D" }, { "D" });
@@ -396,8 +394,6 @@ private slots:
         QTest::addColumn<int>("speed");
         QTest::addColumn<int>("delay");
         QTest::newRow("below the range") << -1 << 5;
-        QTest::newRow("slowest") << 0 << 5;
-        QTest::newRow("2") << 2 << 3;
         QTest::newRow("fastest") << 4 << 1;
         QTest::newRow("above the range") << 5 << 5;
     }
@@ -670,39 +666,6 @@ private slots:
         QVERIFY(first.taken[0].received >= before);
         QCOMPARE(ScratchWorker::logSince().filter("[INFO] The Tapwright outputs data:"),
                  QStringList { "[INFO] The Tapwright outputs data:#ABC$<VK_TAB>#DEF$" });
-    }
-
-    void refusedInjectorDoesNotHoldUpStop()
-    {
-        m_keys->refusing = true;
-        startTyping("a<VK_TAB>", m_keys.get());
-        QTRY_VERIFY_WITH_TIMEOUT(m_keys->refusedAttempts > 100, kWaitMs);
-        QVERIFY(m_worker->thread.stopThread());
-        QVERIFY(m_worker->thread.isFinished());
-        QVERIFY(m_keys->keyEvents().isEmpty());
-    }
-
-    // Without a display, the desktop's injector types nowhere; nor does a worker given no injector.
-    void missingDisplayIsLoggedOncePerStart()
-    {
-        QVERIFY(qEnvironmentVariableIsEmpty("DISPLAY"));
-        const QStringList notice { "[INFO] Key output is off: no X display to type into." };
-        RecordingKeyInjector unavailable;
-        unavailable.available = false;
-        int made = 0;
-        m_worker->thread.setKeyInjectorFactory([&made] {
-            ++made;
-            return std::make_unique<XTestKeyInjector>();
-        });
-        for (KeyInjector* injector : QVector<KeyInjector*> { nullptr, nullptr, &unavailable }) {
-            const int files = m_worker->frames().size();
-            startTyping("#run$", injector);
-            QTRY_COMPARE_WITH_TIMEOUT(m_worker->frames().size(), files + 1, kWaitMs);
-            QVERIFY(m_worker->thread.stopThread());
-            QCOMPARE(ScratchWorker::logSince(), notice);
-        }
-        QCOMPARE(made, 2);
-        QVERIFY(unavailable.events().isEmpty());
     }
 
 private:

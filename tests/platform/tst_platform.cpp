@@ -1,4 +1,3 @@
-#include "DataLocations.h"
 #include "FileProbe.h"
 #include "InstanceLock.h"
 #include "TestProgramDir.h"
@@ -127,45 +126,6 @@ private slots:
     {
         QFETCH(int, virtualKey);
         QTEST(QByteArray(XKeysymToString(XTestKeyInjector::keysymForVirtualKey(virtualKey))), "keysym");
-    }
-
-    // A program directory that can be written keeps everything, as ever; one that cannot sends the
-    // settings to $XDG_CONFIG_HOME/tapwright, seeded from beside the program, and the log to
-    // $XDG_STATE_HOME/tapwright, here its default ~/.local/state.
-    void settingsAndLogsGoWhereTheyCanBeWritten_data()
-    {
-        QTest::addColumn<bool>("writable");
-        QTest::addColumn<QByteArray>("usersOwn"); // a TCPconfig.json already in the XDG place
-        QTest::newRow("writable") << true << QByteArray();
-        QTest::newRow("read-only, first start") << false << QByteArray();
-        QTest::newRow("read-only, settings of the user's") << false << QByteArray("{}");
-    }
-
-    void settingsAndLogsGoWhereTheyCanBeWritten()
-    {
-        QFETCH(bool, writable);
-        QFETCH(QByteArray, usersOwn);
-        QTemporaryDir program;
-        const QString config = m_home.filePath("tapwright");
-        QDir(config).removeRecursively();
-        qunsetenv("XDG_STATE_HOME");
-        for (const QString file : { "TCPconfig.json", "Conf/language.ini" })
-            QVERIFY(TestProgramDir::writeFile(program.filePath(file), file.toUtf8()));
-        QVERIFY(usersOwn.isEmpty() || TestProgramDir::writeFile(config + "/TCPconfig.json", usersOwn));
-
-        const DataLocations places(program.path(), writable);
-        const QString settings = writable ? program.path() : config;
-        const QString logs = writable ? program.filePath("Log") : QDir::homePath() + "/.local/state/tapwright/Log";
-        QCOMPARE(QStringList({ places.configFile(), places.languageFile(), places.logDirectory() }),
-                 QStringList({ settings + "/TCPconfig.json", settings + "/Conf/language.ini", logs }));
-        QCOMPARE(FileProbe::readAll(places.configFile()), usersOwn.isEmpty() ? "TCPconfig.json" : usersOwn);
-        QCOMPARE(FileProbe::readAll(places.languageFile()), "Conf/language.ini");
-        // Beside the program, start-up makes the log directory; the XDG places stay untouched.
-        QCOMPARE(QVector<bool>({ QFileInfo(logs).isDir(), QFileInfo::exists(config) }),
-                 QVector<bool>({ !writable, !writable }));
-        // Tried, not read from the modes (root makes no file in /proc either); the trial leaves nothing.
-        QVERIFY(DataLocations::canWriteIn(program.path()) && !DataLocations::canWriteIn("/proc/self"));
-        QCOMPARE(QDir(program.path()).entryList(QDir::Hidden | QDir::Files), QStringList("TCPconfig.json"));
     }
 
     void typesIntoTheFocusedWidget()
