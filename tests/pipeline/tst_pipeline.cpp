@@ -361,26 +361,29 @@ private slots:
     {
         QTest::addColumn<bool>("betweenSteps");
         QTest::addColumn<bool>("stopAsked");
-        QTest::addColumn<bool>("refusing");
+        QTest::addColumn<int>("refusals"); // -1: every one
         QTest::addColumn<QStringList>("events");
         QTest::addColumn<int>("refusedAttempts");
         const QStringList all = typed("z") + QStringList { "pause 3", chord({ 9 }), "pause 3", "tap 13", "pause 3" };
-        QTest::newRow("played") << true << false << false << all << 0;
-        QTest::newRow("stop asked, stops between steps") << true << true << false << QStringList() << 0;
+        QTest::newRow("played") << true << false << 0 << all << 0;
+        QTest::newRow("stop asked, stops between steps") << true << true << 0 << QStringList() << 0;
         // The original typing finishes its read even when a stop is asked for.
-        QTest::newRow("stop asked, stops only in retries") << false << true << false << all << 0;
-        // Each refused event is tried once, then given up: the stop is not held up.
-        QTest::newRow("refused, stop asked") << false << true << true << QStringList() << 4;
+        QTest::newRow("stop asked, stops only in retries") << false << true << 0 << all << 0;
+        // A refused event is tried again after a pause that yields the processor, until it goes in.
+        QTest::newRow("refused twice") << false << false << 2 << QStringList { "pause 0", "pause 0" } + all << 2;
+        // Asked to stop, each refused event is tried once and given up: the stop is not held up.
+        const QStringList pauses { "pause 3", "pause 3", "pause 3" };
+        QTest::newRow("refused, stop asked") << false << true << -1 << pauses << 4;
     }
 
     void keyPlayerPausesAndStops()
     {
         QFETCH(bool, betweenSteps);
         QFETCH(bool, stopAsked);
-        QFETCH(bool, refusing);
+        QFETCH(int, refusals);
         QFETCH(QStringList, events);
         QFETCH(int, refusedAttempts);
-        m_keys->refusing = refusing;
+        m_keys->refusals = refusals;
         const std::atomic<bool> stop { stopAsked };
         KeyPlayer player(*m_keys, 3, stop);
         player.play(KeyPlan(KeyPlan::Encoding::Latin1).feed("z<VK_TAB>\r").actions,

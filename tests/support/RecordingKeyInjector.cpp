@@ -23,8 +23,7 @@ void RecordingKeyInjector::tapCharacterKey(char c)
 
 void RecordingKeyInjector::pause(int milliseconds)
 {
-    if (!refusing)
-        record(QString("pause %1").arg(milliseconds));
+    record(QString("pause %1").arg(milliseconds));
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
@@ -43,7 +42,8 @@ QStringList RecordingKeyInjector::keyEvents() const
 
 bool RecordingKeyInjector::record(const QString& event)
 {
-    if (refusing && event != "finish") {
+    if (refusals != 0 && !event.startsWith("pause") && event != "finish") {
+        refusals -= refusals > 0 ? 1 : 0;
         ++refusedAttempts;
         return false;
     }

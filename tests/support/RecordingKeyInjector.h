@@ -8,12 +8,13 @@
 
 // Stands in for the desktop: writes down every key event in order, as "char 65 down",
 // "keys 17 down, 9 down, 17 up, 9 up", "tap 13", "pause 5" or "finish". Safe to read while a
-// worker types. While refusing, events return 0 and are only counted.
+// worker types. Refused events return 0 and are only counted; pauses are always written down.
 class RecordingKeyInjector final : public KeyInjector
 {
 public:
     std::atomic<bool> available { true };
-    std::atomic<bool> refusing { false };
+    // The next this many key events are refused; -1 refuses all of them.
+    std::atomic<int> refusals { 0 };
     std::atomic<int> refusedAttempts { 0 };
 
     bool isAvailable() const override { return available; }
