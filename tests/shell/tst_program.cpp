@@ -203,7 +203,8 @@ private slots:
         QVERIFY(endsWell(program, window));
         const QJsonObject written = QJsonDocument::fromJson(FileProbe::readAll(config + "/TCPconfig.json")).object();
         QVERIFY(written != stored && written["page_Device1"] == device); // rewritten at close
-        QVERIFY(QFileInfo(config + "/Conf/language.ini").isFile());      // seeded
+        QCOMPARE(FileProbe::readAll(config + "/Conf/language.ini"),      // seeded from beside the program
+                 FileProbe::readAll(root.filePath("usr/lib/tapwright/Conf/language.ini")));
 
         // Without a window it serves the device of the same settings, with the traces the user asks for.
         camera.greetWith("[PKG-2]");
