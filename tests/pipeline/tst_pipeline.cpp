@@ -479,8 +479,9 @@ private slots:
         QVERIFY(worker.thread.startThread()); // drops what came while stopped, or "stale" is written
         // Without the carried start this end closes nothing.
         QVERIFY(worker.push("tail$"));
-        QVERIFY(worker.push("#fresh$"));
-        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { "fresh" }, kWaitMs);
+        const QByteArray fresh(DataThread::kChunkSize + 72, 'f'); // read in two chunks
+        QVERIFY(worker.push("#" + fresh + "$"));
+        QTRY_COMPARE_WITH_TIMEOUT(worker.frames(), QByteArrayList { fresh }, kWaitMs);
     }
 
     // Kept frames wait while a small disk of the test's own refuses them, and arrive in order once it takes them.
