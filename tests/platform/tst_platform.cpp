@@ -53,6 +53,7 @@ private slots:
     {
         XAutoRepeatOff(m_probe);                                      // a key left down must not repeat into the text
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.path())); // with a blank in it
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1")); // entries are UTF-8 all the same
     }
 
     void cleanupTestCase() { XCloseDisplay(m_probe); }
