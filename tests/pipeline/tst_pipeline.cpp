@@ -251,10 +251,9 @@ private slots:
         const QString dir = m_worker->dir() + "/frames";
         QVERIFY(!dirExists || QDir().mkpath(dir));
         std::mutex bufferLock;
-        QStringList notices;
         std::unique_ptr<FrameSink> sink;
         if (keep)
-            sink = std::make_unique<KeptFrameFileSink>(dir, [&notices](const QString& text) { notices << text; });
+            sink = std::make_unique<KeptFrameFileSink>(dir, [](const QString&) {}); // what it says is logged too
         else
             sink = std::make_unique<FrameFileSink>(dir, bufferLock);
         const QDateTime received(QDate(2026, 1, 2), QTime(3, 4, 5, 6));
@@ -264,7 +263,6 @@ private slots:
         QTEST(FileProbe::textFileContents(dir), "contents");
         QCOMPARE(QFileInfo::exists(dir), dirExists);
         QCOMPARE(ScratchWorker::logSince(), logged.replaceInStrings("%1", dir));
-        QCOMPARE(notices, QStringList());
     }
 
     // Bytes are typed one character a byte, UTF-8 text one character a code point; the log shows

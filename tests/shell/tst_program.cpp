@@ -36,14 +36,13 @@ private slots:
         QVERIFY(QFile::link("../tapwright", path("elsewhere/tw"))); // a name of the user's own
     }
 
-    // The configuration as found at start, what stands in the way (a trailing / for a directory), the
-    // arguments, and the device's options, kept as they were. %DEV% is a client device stored open, on the
+    // The configuration as found at start, what stands in the way (a trailing / for a directory), and
+    // the device's options, kept as they were. %DEV% is a client device stored open, on the
     // page of the number given.
     void startRunAndClose_data()
     {
         QTest::addColumn<QByteArray>("config");
         QTest::addColumn<QString>("obstacle");
-        QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QJsonObject>("options");
         QTest::addColumn<bool>("cameraLate");
         QTest::addColumn<QStringList>("errorsLogged");
@@ -53,31 +52,28 @@ private slots:
 
         const QByteArray good = "{\"page_Device1\": %DEV%, \"stray\": {}}", cut = "{\"page_Device1\": %DEV%";
         const QJsonObject none, waits { { "WaitForCamera", 1 } };
-        const QStringList clean, unknown { "--bogus", "external_start", "--foo" };
+        const QStringList clean;
         const QStringList unreadable { kUnreadable }, invalid { kInvalid };
-        QTest::newRow("intact") << good << "" << clean << none << false << clean << false << true << 1;
-        QTest::newRow("unknown arguments") << good << "" << unknown << none << false << clean << false << true << 1;
-        QTest::newRow("missing") << QByteArray() << "" << clean << none << false << unreadable << true << false << 1;
-        QTest::newRow("cut short") << cut << "" << clean << none << false << invalid << true << false << 1;
-        QTest::newRow("array root") << QByteArray("[%DEV%]") << "" << clean << none << false << invalid << true << false
-                                    << 1;
+        QTest::newRow("intact") << good << "" << none << false << clean << false << true << 1;
+        QTest::newRow("missing") << QByteArray() << "" << none << false << unreadable << true << false << 1;
+        QTest::newRow("cut short") << cut << "" << none << false << invalid << true << false << 1;
+        QTest::newRow("array root") << QByteArray("[%DEV%]") << "" << none << false << invalid << true << false << 1;
         QTest::newRow("wrong types") << QByteArray("{\"page_Device1\": {\"Status\": \"1\", \"TcpPort\": 1}}") << ""
-                                     << clean << none << false << clean << true << false << 1;
-        QTest::newRow("Log is a file") << good << "Log" << clean << none << false << clean << false << true << 1;
+                                     << none << false << clean << true << false << 1;
+        QTest::newRow("Log is a file") << good << "Log" << none << false << clean << false << true << 1;
         QTest::newRow("TCPconfig.json is a directory")
-            << QByteArray() << "TCPconfig.json/" << clean << none << false << QStringList { kUnreadable, kUnwritable }
-            << true << false << 1;
-        QTest::newRow("camera absent at start") << good << "" << clean << none << true << clean << false << false << 1;
+            << QByteArray() << "TCPconfig.json/" << none << false << QStringList { kUnreadable, kUnwritable } << true
+            << false << 1;
+        QTest::newRow("camera absent at start") << good << "" << none << true << clean << false << false << 1;
         QTest::newRow("camera absent at start, waited for")
-            << good << "" << clean << waits << true << clean << false << true << 1;
-        QTest::newRow("a third device") << QByteArray("{\"page_Device3\": %DEV%}") << "" << clean << none << false
-                                        << clean << false << true << 3;
+            << good << "" << waits << true << clean << false << true << 1;
+        QTest::newRow("a third device") << QByteArray("{\"page_Device3\": %DEV%}") << "" << none << false << clean
+                                        << false << true << 3;
     }
     void startRunAndClose()
     {
         QFETCH(QByteArray, config);
         QFETCH(QString, obstacle);
-        QFETCH(QStringList, arguments);
         QFETCH(QJsonObject, options);
         QFETCH(bool, cameraLate);
         QFETCH(bool, headlessRefuses);
@@ -103,7 +99,7 @@ private slots:
             QVERIFY(program.readAllStandardError().contains("TCPconfig.json"));
         }
         // None shown: endsWell() cannot close it.
-        const QString window = start(program, "^Tapwright$", QStringList(path("elsewhere/tw")) + arguments);
+        const QString window = start(program, "^Tapwright$");
         QVERIFY(!cameraLate || camera.listen(port) == port);
         QByteArrayList kept; // every frame of the burst
         if (serves) {
