@@ -5,7 +5,7 @@
 
 int RecordingKeyInjector::sendCharacter(unsigned int code, bool down)
 {
-    return record(QString("char %1 %2").arg(code).arg(down ? "down" : "up")) ? 1 : 0;
+    return recordKey(QString("char %1 %2").arg(code).arg(down ? "down" : "up")) ? 1 : 0;
 }
 
 int RecordingKeyInjector::sendVirtualKeys(const QVector<VirtualKeyEvent>& events)
@@ -13,12 +13,12 @@ int RecordingKeyInjector::sendVirtualKeys(const QVector<VirtualKeyEvent>& events
     QStringList keys;
     for (const VirtualKeyEvent& event : events)
         keys.append(QString("%1 %2").arg(event.virtualKey).arg(event.down ? "down" : "up"));
-    return record("keys " + keys.join(", ")) ? events.size() : 0;
+    return recordKey("keys " + keys.join(", ")) ? events.size() : 0;
 }
 
 void RecordingKeyInjector::tapCharacterKey(char c)
 {
-    record(QString("tap %1").arg(static_cast<unsigned char>(c)));
+    recordKey(QString("tap %1").arg(static_cast<unsigned char>(c)));
 }
 
 void RecordingKeyInjector::pause(int milliseconds)
@@ -40,14 +40,19 @@ QStringList RecordingKeyInjector::keyEvents() const
     return events().filter(QRegularExpression("^(char|keys|tap) "));
 }
 
-bool RecordingKeyInjector::record(const QString& event)
+bool RecordingKeyInjector::recordKey(const QString& event)
 {
-    if (refusals != 0 && !event.startsWith("pause") && event != "finish") {
+    if (refusals != 0) {
         refusals -= refusals > 0 ? 1 : 0;
         ++refusedAttempts;
         return false;
     }
+    record(event);
+    return true;
+}
+
+void RecordingKeyInjector::record(const QString& event)
+{
     std::lock_guard<std::mutex> lock(m_mutex);
     m_events.append(event);
-    return true;
 }

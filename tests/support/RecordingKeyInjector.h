@@ -29,7 +29,9 @@ public:
     QStringList keyEvents() const;
 
 private:
-    bool record(const QString& event);
+    // A key event: written down, or refused and only counted.
+    bool recordKey(const QString& event);
+    void record(const QString& event);
 
     mutable std::mutex m_mutex;
     QStringList m_events;
